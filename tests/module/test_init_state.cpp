@@ -1,0 +1,42 @@
+// What init prepares in the AKFS_ record, seen from inside the module.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "aoc/akfs_state.h"
+#include "calmodule/module.h"
+
+namespace {
+
+void expect_all_empty(const akfs_vec *h, int n) {
+    for (int i = 0; i < n; ++i) {
+        for (float c : {h[i].x, h[i].y, h[i].z}) {
+            uint32_t bits;
+            std::memcpy(&bits, &c, sizeof bits);
+            ASSERT_EQ(bits, 0x7F7FFFFFu) << "entry " << i;
+        }
+    }
+}
+
+TEST(InitState, InitMarksHistoriesEmptyAndSetsTheUnitVector) {
+    using quarvel::akfs_state;
+    // Scribble over the record first: init must rebuild every member.
+    std::memset(&akfs_state, 0x5A, sizeof akfs_state);
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_EQ(scmi.methods->init(), 0);
+        expect_all_empty(akfs_state.history_a, 32);
+        expect_all_empty(akfs_state.history_b, 32);
+        expect_all_empty(akfs_state.history_c, 32);
+        expect_all_empty(akfs_state.aoc.sample_history, 20);
+        expect_all_empty(akfs_state.aoc.offset_history, 4);
+        EXPECT_EQ(akfs_state.aoc.sphere_radius, 0.0f);
+        for (float u : akfs_state.unit) EXPECT_EQ(u, 1.0f);
+        for (float v : akfs_state.vector) EXPECT_EQ(v, 0.0f);
+        for (int32_t w : akfs_state.words) EXPECT_EQ(w, 0);
+        EXPECT_EQ(akfs_state.word_a, 0);
+        EXPECT_EQ(akfs_state.word_b, 0);
+        EXPECT_EQ(akfs_state.counter, 0);
+    }
+}
+
+}  // namespace
