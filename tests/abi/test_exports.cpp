@@ -51,6 +51,14 @@ bool sanitized_build() {
     return false;
 }
 
+// ASan adds its own hooks and one-definition-rule indicators (__odr_asan.<name>).
+bool is_sanitizer_symbol(const std::string &name) {
+    for (const char *prefix : {"__asan", "___asan", "__odr_asan", "__ubsan", "__sanitizer"}) {
+        if (name.rfind(prefix, 0) == 0) return true;
+    }
+    return false;
+}
+
 TEST(Exports, DynamicSymbolTableHoldsExactlyTheInterface) {
     const std::set<std::string> expected = expected_exports();
     ASSERT_FALSE(expected.empty());
@@ -58,10 +66,7 @@ TEST(Exports, DynamicSymbolTableHoldsExactlyTheInterface) {
     for (const auto &s : module_elf().dynamic_symbols) {
         if (!s.defined || !s.is_global) continue;
         // Sanitizer runtimes add their own hooks to an instrumented build.
-        if (sanitized_build() && (s.name.rfind("__asan", 0) == 0 || s.name.rfind("__ubsan", 0) == 0 ||
-                                  s.name.rfind("__sanitizer", 0) == 0 || s.name.rfind("___asan", 0) == 0)) {
-            continue;
-        }
+        if (sanitized_build() && is_sanitizer_symbol(s.name)) continue;
         exported.insert(s.name);
     }
     std::set<std::string> missing, extra;
