@@ -10,21 +10,14 @@
 // to 0 and go back to collecting; the offset in force survives, so the calibrated
 // output stays usable while the level reads 0.
 #include <cstdint>
-#include <cstring>
-
 #include "calmodule/magcal.h"
+#include "magcal/magcal_internal.h"
 
 namespace {
 
 constexpr int32_t kNoiseSentinel = 100;  // set by a gross reading, consumed in the same call
 constexpr int32_t kImplausibleRestart = 33;
 constexpr int16_t kGrossRestart = 2;  // restart when more than this many gross readings
-
-void empty_buffer(magcal_record *record) {
-    record->dotsCount = 0;
-    record->dotsFull = 0;
-    std::memset(record->dots, 0, sizeof record->dots);
-}
 
 void restart(int32_t *level) {
     noiseCount = 0;
@@ -87,7 +80,7 @@ CALMODULE_API int32_t Fusion(const float *mag, float *calibrated, float *offset,
     }
 
     if (selection == -10) {
-        empty_buffer(&Msensor);
+        quarvel::empty_dots(&Msensor);
         // Bounded by the restart at 33; the guard only matters if an outside caller
         // parked the exported counter at its maximum.
         if (noiseCount < INT32_MAX) ++noiseCount;

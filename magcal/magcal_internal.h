@@ -14,6 +14,13 @@ extern TrimmedMeanChannel<10> mag_ring_x, mag_ring_y, mag_ring_z;
 extern int32_t lpf_seeded;
 extern float lpf_prev[3];
 
+// Empties the sample buffer: no samples, not handed to the fit, every slot (0, 0, 0).
+inline void empty_dots(magcal_record *record) {
+    record->dotsCount = 0;
+    record->dotsFull = 0;
+    for (auto &dot : record->dots) dot[0] = dot[1] = dot[2] = 0.0f;
+}
+
 // Set when a row of a double matrix could not be allocated; the sphere fit clears it
 // before it starts and gives up on the fit when it finds it set.
 extern bool matrix_alloc_failed;

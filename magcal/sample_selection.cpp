@@ -6,9 +6,8 @@
 // differ from every buffered one on each axis for the fit to be well conditioned.
 #include <cmath>
 #include <cstdint>
-#include <cstring>
-
 #include "calmodule/magcal.h"
+#include "magcal/magcal_internal.h"
 
 namespace {
 
@@ -23,12 +22,6 @@ constexpr float kShellInner = 25.0f;
 constexpr int16_t kOffShellRun = 9;  // the tenth off-shell reading is reported
 constexpr float kSpreadSum = 9.0f;
 constexpr float kSpreadAxis = 1.0f;
-
-void empty_buffer(magcal_record *record) {
-    record->dotsCount = 0;
-    record->dotsFull = 0;
-    std::memset(record->dots, 0, sizeof record->dots);
-}
 
 }  // namespace
 
@@ -94,7 +87,7 @@ CALMODULE_API int32_t DotsSelection(const float *mag, magcal_record *record,
     if (record->dotsFull != 0) {
         // The first admitted sample after a fit is discarded with the consumed buffer.
         if (k == MAGCAL_BUFFER_DOTS && record->dotsFull == 1) {
-            empty_buffer(record);
+            quarvel::empty_dots(record);
             return -11;
         }
         return 4;

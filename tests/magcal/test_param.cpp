@@ -152,13 +152,4 @@ TEST(Driver, ReaderFailureStartsFromWhatWasParsed) {
     EXPECT_EQ(offset[0], 0.0f);
 }
 
-TEST(Driver, EmptyEntryPointsAreOneFunction) {
-    get_algorithm_version();
-    Disp_VersionMessage();
-    Disp_EndMessage();
-    int32_t level = -1;
-    get_calilevel_value(&level);
-    EXPECT_EQ(level, 0);
-}
-
 }  // namespace
