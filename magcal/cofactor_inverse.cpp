@@ -5,7 +5,7 @@
 // Allocation failures: a row that cannot be had is never dereferenced. Input and
 // Inverse release the rows they already took and leave null pointers; Cofactor
 // releases its partial minor and reports a minor of 0.0. Each failure sets
-// matrix_alloc_failed, and the sphere fit, finding it set, gives up as it does for a
+// cofactor_alloc_failed, and the sphere fit, finding it set, gives up as it does for a
 // singular matrix (-6): no estimate rather than one built on a wrong minor.
 #include <cstdlib>
 
@@ -13,7 +13,7 @@
 #include "magcal/magcal_internal.h"
 
 namespace quarvel {
-bool matrix_alloc_failed = false;
+bool cofactor_alloc_failed = false;
 }  // namespace quarvel
 
 namespace {
@@ -23,7 +23,7 @@ constexpr int32_t kFlatColumns = 4;
 
 double *alloc_row(int32_t length) {
     void *row = std::malloc(sizeof(double) * static_cast<size_t>(length));
-    if (!row) quarvel::matrix_alloc_failed = true;
+    if (!row) quarvel::cofactor_alloc_failed = true;
     return static_cast<double *>(row);
 }
 

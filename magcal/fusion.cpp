@@ -35,44 +35,44 @@ CALMODULE_API int32_t optimalFlag = 0;
 CALMODULE_API int32_t noiseCount = 0;
 CALMODULE_API int16_t l_noiseCount = 0;
 
-CALMODULE_API int32_t Fusion(const float *mag, float *calibrated, float *offset, int32_t *level,
-                             int32_t *new_offset_flag, const int16_t *sampling_permitted,
-                             const int16_t *restart_request, float *disturbance) {
+CALMODULE_API int32_t Fusion(const float *mag, float *cali_mag_values, float *cali_offset,
+                             int32_t *cali_level, int32_t *new_offset_flag, const int16_t *cali_flag,
+                             const int16_t *cali_ret, float *noise_mag_delta) {
     *new_offset_flag = 0;
     if (mag[0] == 0.0f && mag[1] == 0.0f && mag[2] == 0.0f) return -2;
 
     // The offset as it stood before this call, also in a call that accepts a new one.
     for (int i = 0; i < 3; ++i) {
         if (optimalFlag == 1) {
-            calibrated[i] = mag[i] - OptimalOffset[i] - disturbance[i];
+            cali_mag_values[i] = mag[i] - OptimalOffset[i] - noise_mag_delta[i];
         } else if (optimalFlag == 0) {
-            calibrated[i] = mag[i] - LatestOffset[i] - disturbance[i];
+            cali_mag_values[i] = mag[i] - LatestOffset[i] - noise_mag_delta[i];
         } else {
-            calibrated[i] = 0.0f;
+            cali_mag_values[i] = 0.0f;
         }
     }
 
     // The buffer takes the raw sample: the fit estimates the offset itself.
-    const int32_t selection = DotsSelection(mag, &Msensor, sampling_permitted);
+    const int32_t selection = DotsSelection(mag, &Msensor, cali_flag);
 
     if (selection == 4 && DotsNumCheck(&Msensor) == 2) {
         float fitted[3] = {0.0f, 0.0f, 0.0f};
         if (CalibrationFunc(&Msensor, fitted) == 3) {
             for (int i = 0; i < 3; ++i) {
-                disturbance[i] = 0.0f;
-                offset[i] = fitted[i];
+                noise_mag_delta[i] = 0.0f;
+                cali_offset[i] = fitted[i];
                 LatestOffset[i] = fitted[i];
             }
         }
         // The level follows the fits held, whether or not this fit was kept.
         const int32_t fits = Msensor.fitCount;
         if (fits == 1) {
-            *level = 1;
+            *cali_level = 1;
         } else if (fits == 2) {
-            *level = 2;
+            *cali_level = 2;
             *new_offset_flag = 1;
         } else if (fits >= 3) {
-            *level = 3;
+            *cali_level = 3;
             *new_offset_flag = 1;
         }
         if (fits > 4) optimalFlag = 0;
@@ -95,10 +95,10 @@ CALMODULE_API int32_t Fusion(const float *mag, float *calibrated, float *offset,
     }
     if (l_noiseCount > kGrossRestart) {
         l_noiseCount = 0;
-        restart(level);
+        restart(cali_level);
     }
-    if (noiseCount >= kImplausibleRestart && noiseCount < kNoiseSentinel) restart(level);
-    if (*restart_request == 1) restart(level);
+    if (noiseCount >= kImplausibleRestart && noiseCount < kNoiseSentinel) restart(cali_level);
+    if (*cali_ret == 1) restart(cali_level);
     return -3;
 }
 

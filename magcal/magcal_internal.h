@@ -11,8 +11,8 @@ namespace quarvel {
 
 // Output filter state: one ten-sample ring per axis, then the low-pass memory.
 extern TrimmedMeanChannel<10> mag_ring_x, mag_ring_y, mag_ring_z;
-extern int32_t lpf_seeded;
-extern float lpf_prev[3];
+extern int32_t mag_lpf_seeded;
+extern float mag_lpf_prev[3];
 
 // Empties the sample buffer: no samples, not handed to the fit, every slot (0, 0, 0).
 inline void empty_dots(magcal_record *record) {
@@ -23,7 +23,7 @@ inline void empty_dots(magcal_record *record) {
 
 // Set when a row of a double matrix could not be allocated; the sphere fit clears it
 // before it starts and gives up on the fit when it finds it set.
-extern bool matrix_alloc_failed;
+extern bool cofactor_alloc_failed;
 
 // Double to float as the hardware rounds, without the undefined behaviour of a C++
 // conversion of a value beyond the float range: such values become ±infinity.

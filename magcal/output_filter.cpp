@@ -12,8 +12,8 @@
 namespace quarvel {
 
 TrimmedMeanChannel<10> mag_ring_x, mag_ring_y, mag_ring_z;
-int32_t lpf_seeded = 0;
-float lpf_prev[3] = {0.0f, 0.0f, 0.0f};
+int32_t mag_lpf_seeded = 0;
+float mag_lpf_prev[3] = {0.0f, 0.0f, 0.0f};
 
 }  // namespace quarvel
 
@@ -36,16 +36,16 @@ CALMODULE_API void get_magnetic_values(float *out) {
     using namespace quarvel;
     float v[3] = {cali_mag_values[0], cali_mag_values[1], cali_mag_values[2]};
     RCalibrationXYZ(v);
-    if (lpf_seeded == 0) {
-        for (int i = 0; i < 3; ++i) lpf_prev[i] = v[i];
-        lpf_seeded = 1;
+    if (mag_lpf_seeded == 0) {
+        for (int i = 0; i < 3; ++i) mag_lpf_prev[i] = v[i];
+        mag_lpf_seeded = 1;
     } else {
         for (int i = 0; i < 3; ++i) {
             // Two rounded products, then the sum: no fused multiply-add.
             const float fresh = v[i] * kNewWeight;
-            const float kept = lpf_prev[i] * kPrevWeight;
+            const float kept = mag_lpf_prev[i] * kPrevWeight;
             v[i] = fresh + kept;
-            lpf_prev[i] = v[i];
+            mag_lpf_prev[i] = v[i];
         }
     }
     for (int i = 0; i < 3; ++i) out[i] = v[i];

@@ -32,7 +32,7 @@ CALMODULE_API int16_t noise_flag = 0;
 // NaN components pass every range and spread test (each comparison is false) and are
 // buffered; the sphere fit then refuses the buffer for its NaN radius.
 CALMODULE_API int32_t DotsSelection(const float *mag, magcal_record *record,
-                                    const int16_t *sampling_permitted) {
+                                    const int16_t *cali_flag) {
     const float x = mag[0];
     const float y = mag[1];
     const float z = mag[2];
@@ -41,7 +41,7 @@ CALMODULE_API int32_t DotsSelection(const float *mag, magcal_record *record,
     if (fabsf(x) > kPlausibleXY || fabsf(y) > kPlausibleXY || fabsf(z) > kPlausibleZ) {
         return -10;
     }
-    if (*sampling_permitted == 0) return -11;
+    if (*cali_flag == 0) return -11;
 
     const int32_t fits = record->fitCount;
     if (fits > 1 && fits <= MAGCAL_MAX_FITS) {

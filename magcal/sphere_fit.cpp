@@ -115,18 +115,18 @@ CALMODULE_API int32_t CalibrationFunc(magcal_record *record, float *offset) {
     };
     const double rhs[kOrder] = {sxs, sys, szs, -ss};
 
-    quarvel::matrix_alloc_failed = false;
+    quarvel::cofactor_alloc_failed = false;
     double *normal[kOrder] = {nullptr, nullptr, nullptr, nullptr};
     double *inverse[kOrder] = {nullptr, nullptr, nullptr, nullptr};
     Input(normal, kOrder, kOrder, normal_flat);
-    const double det = quarvel::matrix_alloc_failed ? 0.0 : Determinant(normal, kOrder);
+    const double det = quarvel::cofactor_alloc_failed ? 0.0 : Determinant(normal, kOrder);
     // Out of memory for a row, the fit gives up as for a singular matrix.
-    if (det == 0.0 || quarvel::matrix_alloc_failed) {
+    if (det == 0.0 || quarvel::cofactor_alloc_failed) {
         release(normal);
         return -6;
     }
     Inverse(normal, inverse, kOrder, det);
-    if (quarvel::matrix_alloc_failed) {
+    if (quarvel::cofactor_alloc_failed) {
         release_both(normal, inverse);
         return -6;
     }

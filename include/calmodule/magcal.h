@@ -42,14 +42,7 @@ CALMODULE_API int32_t WriteParameterToFile(const float *values);
 // Reads three values (µT) from the parameter file: 8, or -18..-22 (see the reader).
 CALMODULE_API int32_t ReadParameterFromFile(float *values);
 
-// ---- Calibrated output ----------------------------------------------------------
-
-// Calibrated field (µT) through the ten-sample trimmed mean and a 0.1/0.9 low-pass.
-CALMODULE_API void get_magnetic_values(float *out);
-// Per-axis trimmed mean of the last ten values (middle six averaged), in place.
-CALMODULE_API void RCalibrationXYZ(float *v);
-
-// ---- Sphere-fit calibration -----------------------------------------------------
+// ---- Calibration record and the offset in force -----------------------------------
 
 #define MAGCAL_MAX_FITS 60
 #define MAGCAL_BUFFER_DOTS 12
@@ -66,23 +59,39 @@ typedef struct magcal_record {
 } magcal_record;
 
 CALMODULE_API extern magcal_record Msensor;
-CALMODULE_API extern float LatestOffset[3];   // offset subtracted while optimalFlag is 0, µT
+CALMODULE_API extern float LatestOffset[3];  // the offset subtracted while optimalFlag is 0, µT
+
+// Empties the calibration record.
+CALMODULE_API void FusionInit(void);
+// Makes offset (µT) the offset in force.
+CALMODULE_API void FusionSetOffset(const float *offset);
+// Empties the record and makes offset (µT) the offset in force; loaded is informational.
+CALMODULE_API void FusionInitDevice(int32_t loaded, const float *offset);
+
+// ---- Calibration state machine ----------------------------------------------------
+
 CALMODULE_API extern float OptimalOffset[3];  // offset subtracted while optimalFlag is 1, µT
 CALMODULE_API extern int32_t optimalFlag;
 CALMODULE_API extern int32_t noiseCount;      // implausible readings since the last clear
 CALMODULE_API extern int16_t l_noiseCount;    // gross readings since the last clear
-CALMODULE_API extern int16_t noise_flag;      // off-shell readings since the last report
 
 // One calibration step for a scaled sample (µT): 1 when a fit was attempted, -2 for a
 // zero sample, -3 otherwise. Writes the calibrated field, the new offset and level.
-CALMODULE_API int32_t Fusion(const float *mag, float *calibrated, float *offset, int32_t *level,
-                             int32_t *new_offset_flag, const int16_t *sampling_permitted,
-                             const int16_t *restart_request, float *disturbance);
+CALMODULE_API int32_t Fusion(const float *mag, float *cali_mag_values, float *cali_offset,
+                             int32_t *cali_level, int32_t *new_offset_flag, const int16_t *cali_flag,
+                             const int16_t *cali_ret, float *noise_mag_delta);
+
+// ---- Sample selection -------------------------------------------------------------
+
+CALMODULE_API extern int16_t noise_flag;  // off-shell readings since the last report
 // Offers a sample (µT) to the buffer: 4, -10 (implausible), -11 (not admitted), -13 (gross).
 CALMODULE_API int32_t DotsSelection(const float *mag, magcal_record *record,
-                                    const int16_t *sampling_permitted);
+                                    const int16_t *cali_flag);
 // 2 (and marks the buffer handed over) when twelve samples wait for the fit, else -4.
 CALMODULE_API int32_t DotsNumCheck(magcal_record *record);
+
+// ---- Sphere fit and its cofactor inverse ------------------------------------------
+
 // Fits a sphere to the full buffer; 3 with the mean centre of the held fits (µT) in
 // offset, or -5..-9 when refused.
 CALMODULE_API int32_t CalibrationFunc(magcal_record *record, float *offset);
@@ -101,12 +110,12 @@ CALMODULE_API double AlCo(double **rows, int32_t order, int32_t i, int32_t j);
 // Allocates the rows of result and fills them with the inverse (adjugate / determinant).
 CALMODULE_API void Inverse(double **rows, double **result, int32_t order, double determinant);
 
-// Empties the calibration record.
-CALMODULE_API void FusionInit(void);
-// Makes offset (µT) the offset in force.
-CALMODULE_API void FusionSetOffset(const float *offset);
-// Empties the record and makes offset (µT) the offset in force; loaded is informational.
-CALMODULE_API void FusionInitDevice(int32_t loaded, const float *offset);
+// ---- Calibrated output ------------------------------------------------------------
+
+// Calibrated field (µT) through the ten-sample trimmed mean and a 0.1/0.9 low-pass.
+CALMODULE_API void get_magnetic_values(float *out);
+// Per-axis trimmed mean of the last ten values (middle six averaged), in place.
+CALMODULE_API void RCalibrationXYZ(float *v);
 
 CALMODULE_EXTERN_C_END
 
