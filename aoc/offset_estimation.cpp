@@ -144,9 +144,11 @@ bool well_spread(const akfs_vec p[4], float radius) {
 extern "C" {
 
 CALMODULE_API int16_t AKFS_AOC(aoc_context *context, const akfs_vec *sample, akfs_vec *offset) {
+    // Copied first: a caller may hand in an entry of the history itself.
+    const akfs_vec newest = *sample;
     akfs_vec *samples = context->sample_history;
     AKFS_BufShift(AKFS_AOC_SAMPLES, 1, samples);
-    samples[0] = *sample;
+    samples[0] = newest;
 
     int n = AKFS_AOC_SAMPLES;
     while (at_or_above_marker(samples[n - 1])) {

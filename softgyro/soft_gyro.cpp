@@ -110,6 +110,7 @@ CALMODULE_API void get_soft_gyro_value(const float acc[3], const int32_t *period
     const bool accepted = std::fabs(d_pitch) < kGate && std::fabs(d_roll) < kGate &&
                           std::fabs(d_azimuth) < kGate;
     if (accepted) {
+        // First-order low-pass in single precision, seeded with the first change.
         if (rota_filter_flag == 0) {
             rota_filter[0] = d_azimuth;
             rota_filter[1] = d_pitch;
