@@ -10,16 +10,13 @@
 #include <vector>
 
 #include "calmodule/fusion.h"
+#include "fusion/steady_device.h"
 
 namespace {
 
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-
-uint32_t bits(float f) {
-    uint32_t b;
-    std::memcpy(&b, &f, sizeof b);
-    return b;
-}
+using fusiontest::bits;
+using fusiontest::kNaN;
+using fusiontest::same_bits;
 
 // Reference inverse in double by the adjugate (3 x 3) or by plain Gauss-Jordan with
 // partial pivoting (any n), for comparison only.
@@ -278,27 +275,19 @@ TEST(Vector3, DeterminantDotAndCross) {
     const float b[3] = {-4, 5, 0.5f};
     EXPECT_EQ(dot(a, b), 7.5f);
 
-    float x[3] = {1, 0, 0};
-    const float y[3] = {0, 1, 0};
+    const float x[3] = {1, 0, 0}, y[3] = {0, 1, 0}, z[3] = {0, 0, 1};
     float out[3];
     cross(x, y, out);
-    EXPECT_EQ(out[0], 0.0f);
-    EXPECT_EQ(out[1], 0.0f);
-    EXPECT_EQ(out[2], 1.0f);
+    EXPECT_TRUE(same_bits(out, z, 3));
 
-    // Written over its first argument: all inputs are read first.
-    float u[3] = {1, 2, 3};
-    const float v[3] = {4, 5, 6};
+    // Written over either argument: all inputs are read first.
+    const float expected[3] = {-3, 6, -3};
+    float u[3] = {1, 2, 3}, v[3] = {4, 5, 6};
     cross(u, v, u);
-    EXPECT_EQ(u[0], -3.0f);
-    EXPECT_EQ(u[1], 6.0f);
-    EXPECT_EQ(u[2], -3.0f);
-    float w[3] = {4, 5, 6};
-    const float s[3] = {1, 2, 3};
-    cross(s, w, w);
-    EXPECT_EQ(w[0], -3.0f);
-    EXPECT_EQ(w[1], 6.0f);
-    EXPECT_EQ(w[2], -3.0f);
+    EXPECT_TRUE(same_bits(u, expected, 3));
+    u[0] = 1, u[1] = 2, u[2] = 3;
+    cross(u, v, v);
+    EXPECT_TRUE(same_bits(v, expected, 3));
 }
 
 // ---- init_dcm -------------------------------------------------------------------------

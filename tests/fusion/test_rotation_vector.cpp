@@ -11,57 +11,21 @@
 
 #include "calmodule/fusion.h"
 #include "fusion/rv_state.h"
+#include "fusion/steady_device.h"
 #include "magcal/calibration_state.h"
 
 namespace {
 
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-constexpr double kDegree = 3.14159265358979323846 / 180.0;
+using fusiontest::bits;
+using fusiontest::kNaN;
+using fusiontest::SteadyDevice;
+
 const int32_t kPeriod = 20;  // ms; only its range matters
 
-uint32_t bits(float f) {
-    uint32_t b;
-    std::memcpy(&b, &f, sizeof b);
-    return b;
+// The calibrated magnetometer reports the device's field.
+void seed_field(const SteadyDevice &d) {
+    for (int i = 0; i < 3; ++i) quarvel::cali_mag_values[i] = d.cali_mag[i];
 }
-
-// A steady device at a known attitude (degrees), as its sensors see it: the
-// accelerometer reads 1 g up, and the calibrated magnetometer reads a 45 uT field
-// inclined 60 degrees downwards, in the magnetometer's axes (x and y exchanged
-// against the accelerometer's).
-struct SteadyDevice {
-    float q[4];          // device-to-earth attitude, scalar first, q0 >= 0
-    float acc[3];        // m/s^2
-    float cali_mag[3];   // uT, magnetometer axes
-    float gravity_dir[3];
-
-    SteadyDevice(float heading_deg, float pitch_deg, float roll_deg) {
-        const float e[3] = {static_cast<float>(static_cast<double>(heading_deg) * kDegree),
-                            static_cast<float>(static_cast<double>(pitch_deg) * kDegree),
-                            static_cast<float>(static_cast<double>(roll_deg) * kDegree)};
-        init_dcm(e, q);
-        const double q0 = q[0], q1 = q[1], q2 = q[2], q3 = q[3];
-        const double m[3][3] = {
-            {q0 * q0 + q1 * q1 - q2 * q2 - q3 * q3, 2 * (q1 * q2 + q0 * q3), 2 * (q1 * q3 - q0 * q2)},
-            {2 * (q1 * q2 - q0 * q3), q0 * q0 - q1 * q1 + q2 * q2 - q3 * q3, 2 * (q2 * q3 + q0 * q1)},
-            {2 * (q1 * q3 + q0 * q2), 2 * (q2 * q3 - q0 * q1), q0 * q0 - q1 * q1 - q2 * q2 + q3 * q3},
-        };
-        const double field[3] = {45.0 * 0.5, 0.0, -45.0 * 0.8660254037844386};
-        double mag[3];
-        for (int i = 0; i < 3; ++i) {
-            gravity_dir[i] = static_cast<float>(m[i][2]);
-            acc[i] = static_cast<float>(9.8 * m[i][2]);
-            mag[i] = m[i][0] * field[0] + m[i][2] * field[2];
-        }
-        cali_mag[0] = static_cast<float>(mag[1]);
-        cali_mag[1] = static_cast<float>(mag[0]);
-        cali_mag[2] = static_cast<float>(mag[2]);
-    }
-
-    void seed_field() const {
-        for (int i = 0; i < 3; ++i) quarvel::cali_mag_values[i] = cali_mag[i];
-    }
-};
 
 void run(const float acc[3], int n, int32_t period = kPeriod) {
     float out[3];
@@ -107,7 +71,7 @@ void expect_published_attitude_rule() {
 TEST(RotationVector, FirstAcceptedSampleOnlySeedsThePreviousOutput) {
     // GIVEN a fresh module with a calibrated field
     const SteadyDevice d(30, 10, 20);
-    d.seed_field();
+    seed_field(d);
     // WHEN the first sample arrives
     float out[3] = {9, 9, 9};
     get_rv_value(d.acc, &kPeriod, out);
@@ -125,7 +89,7 @@ TEST(RotationVector, FirstAcceptedSampleOnlySeedsThePreviousOutput) {
 TEST(RotationVector, PeriodsOutsideOneToThousandChangeNothing) {
     // GIVEN an estimator that has published something
     const SteadyDevice d(-60, 5, 40);
-    d.seed_field();
+    seed_field(d);
     run(d.acc, 15);
     ASSERT_NE(m_rvector[0], 0.0f);
     const Snapshot before = Snapshot::take();
@@ -190,7 +154,7 @@ TEST(RotationVector, FieldEntersWithItsFirstTwoAxesExchanged) {
 
 TEST(RotationVector, LowPassFollowsTheSmoothedInputByOneFifth) {
     const SteadyDevice d(0, 0, 30);
-    d.seed_field();
+    seed_field(d);
     run(d.acc, 3);  // smoothing outputs 0, 0, then a sixth of the sample
     const float sixth = quarvel::rv_acc_smoothing.axis[2].ring[0] / 6.0f;
     EXPECT_EQ(bits(quarvel::rv_low_pass.acc[2]), bits(0.2f * sixth + 0.8f * 0.0f));
@@ -208,7 +172,7 @@ TEST_P(SteadyAttitude, SettlesOnTheAttitudeWithGravityAlongTrueGravity) {
     // GIVEN a device lying still at a known attitude, its field calibrated
     const AttitudeCase c = GetParam();
     const SteadyDevice d(c.heading, c.pitch, c.roll);
-    d.seed_field();
+    seed_field(d);
     // WHEN it has been sampled for a while
     run(d.acc, 400);
     // THEN the quaternion matches the attitude, within the limit cycle that steps of a
@@ -236,6 +200,30 @@ INSTANTIATE_TEST_SUITE_P(Attitudes, SteadyAttitude,
                          ::testing::Values(AttitudeCase{30, 10, 20}, AttitudeCase{-100, -25, 60},
                                            AttitudeCase{150, 15, -30}, AttitudeCase{5, -40, 100},
                                            AttitudeCase{70, 10, 150}));
+
+TEST(RotationVector, EulerAnglesUseTheFamilysPiOfThreePointOneFourOneSix) {
+    // GIVEN a settled estimator, made to treat the next sample as its first
+    const SteadyDevice d(-120, 35, -70);
+    seed_field(d);
+    run(d.acc, 60);
+    q_l_flag = 0;
+    // WHEN it runs: update_Q keeps the unblended estimate that angle_q describes
+    run(d.acc, 1);
+    // THEN each angle is formed in float, converted in double with pi = 3.1416f, and
+    // stored in float
+    const float q0 = update_Q[0], q1 = update_Q[1], q2 = update_Q[2], q3 = update_Q[3];
+    const double pi = static_cast<double>(3.1416f);
+    const double heading = std::atan2(static_cast<double>(2.0f * (q0 * q3 + q1 * q2)),
+                                      static_cast<double>(q0 * q0 + q1 * q1 - q2 * q2 - q3 * q3));
+    const double pitch = std::asin(static_cast<double>(-2.0f * (q1 * q3 - q0 * q2)));
+    const double roll = std::atan2(static_cast<double>(2.0f * (q0 * q1 + q2 * q3)),
+                                   static_cast<double>(q0 * q0 - q1 * q1 - q2 * q2 + q3 * q3));
+    EXPECT_EQ(bits(angle_q[0]), bits(static_cast<float>(heading * 180.0 / pi)));
+    EXPECT_EQ(bits(angle_q[1]), bits(static_cast<float>(pitch * 180.0 / pi)));
+    EXPECT_EQ(bits(angle_q[2]), bits(static_cast<float>(roll * 180.0 / pi)));
+    // and the unblended vector part is what came back
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(bits(q_l_old[i]), bits(update_Q[i + 1]));
+}
 
 // ---- the blend ----------------------------------------------------------------------------
 
@@ -303,7 +291,7 @@ TEST(RotationVectorBlend, BandEdges) {
 // Settles the filters on the device, then puts the estimate exactly on the attitude
 // and forgets the previous output: the next output shows the blend weight alone.
 float new_weight_seen(const SteadyDevice &d) {
-    d.seed_field();
+    seed_field(d);
     run(d.acc, 30);
     for (int i = 0; i < 4; ++i) update_Q[i] = d.q[i];
     for (float &c : q_l_old) c = 0.0f;
@@ -356,7 +344,7 @@ TEST(Gravity, BeforeAnyEstimateGravityIsStraightDown) {
 
 TEST(Gravity, EachCallAdvancesTheEstimatorUnlessOneIsRunning) {
     const SteadyDevice d(10, 0, 10);
-    d.seed_field();
+    seed_field(d);
     float out[3];
     get_rv_value(d.acc, &kPeriod, out);
     get_gravity_value(d.acc, &kPeriod, out);
@@ -380,7 +368,7 @@ TEST(Gravity, EachCallAdvancesTheEstimatorUnlessOneIsRunning) {
 
 TEST(Gravity, ARejectedSampleKeepsTheLastGravity) {
     const SteadyDevice d(45, 20, -30);
-    d.seed_field();
+    seed_field(d);
     run(d.acc, 50);
     float g[3], la[3];
     get_gravity_value(d.acc, &kPeriod, g);
@@ -434,7 +422,7 @@ TEST(Gravity, MatrixTimesVectorSumsEachRowFromPositiveZero) {
 
 TEST(RotationVectorBadInput, NaNSamplesAndFieldsStayDefined) {
     const SteadyDevice d(30, 10, 20);
-    d.seed_field();
+    seed_field(d);
     run(d.acc, 40);
     const float nan_acc[3] = {kNaN, 0.0f, 9.8f};
     float out[3], g[3], la[3];
