@@ -440,4 +440,24 @@ TEST(RotationVectorBadInput, NaNSamplesAndFieldsStayDefined) {
     EXPECT_EQ(RunRVFlag, 0);
 }
 
+TEST(RotationVectorBadInput, ABurstOfNaNSamplesLeavesTheEstimatorAtTheIdentity) {
+    // GIVEN a settled estimator
+    const SteadyDevice d(30, 10, 20);
+    seed_field(d);
+    run(d.acc, 40);
+    // WHEN a burst of NaN samples gets through the spike filter into the low-pass state
+    const float nan_acc[3] = {kNaN, 0.0f, 9.8f};
+    run(nan_acc, 5);
+    ASSERT_TRUE(std::isnan(quarvel::rv_low_pass.acc[0]));
+    // THEN the low-pass state never recovers: every later descent stops before its
+    // first step, and the estimator reports the identity attitude from then on
+    run(d.acc, 50);
+    float out[3], g[3];
+    get_rv_value(d.acc, &kPeriod, out);
+    for (float c : out) EXPECT_EQ(c, 0.0f);
+    EXPECT_EQ(update_Q[0], 1.0f);
+    get_gravity_value(d.acc, &kPeriod, g);
+    EXPECT_EQ(g[2], 9.79f);
+}
+
 }  // namespace
