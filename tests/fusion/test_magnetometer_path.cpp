@@ -9,14 +9,27 @@
 #include "fusion/steady_device.h"
 #include "support/module_loader.h"
 #include "support/test_env.h"
-#include "tests/magcal/sphere_samples.h"
 
 namespace {
 
 using fusiontest::SteadyDevice;
-using magcal_test::TurningDevice;
-using magcal_test::Vec3;
 using testsupport::LoadedModule;
+
+struct Vec3 {
+    float x, y, z;
+};
+
+// The field a magnetometer with a hard-iron offset reads while the phone is turned:
+// 45 uT from directions spread over the whole sphere (a golden-angle spiral, so that
+// successive samples lie far apart), plus the offset.
+Vec3 turned_field(int i, const Vec3 &offset) {
+    constexpr int kDirections = 97;
+    const double z = 1.0 - 2.0 * ((i % kDirections) + 0.5) / kDirections;
+    const double r = std::sqrt(1.0 - z * z);
+    const double phi = 2.399963229728653 * i;  // golden angle, radians
+    return {offset.x + static_cast<float>(45.0 * r * std::cos(phi)),
+            offset.y + static_cast<float>(45.0 * r * std::sin(phi)), offset.z + static_cast<float>(45.0 * z)};
+}
 
 constexpr int kMag = CALMODULE_TYPE_MAGNETIC_FIELD;
 const int32_t kPeriod = 20;  // ms
@@ -52,9 +65,8 @@ TEST_P(CalibratedPhoneHeldStill, RotationVectorGravityAndLinearAccelerationFollo
     Phone phone;
     ASSERT_TRUE(phone.ok());
     const Vec3 offset{25.0f, -30.0f, 15.0f};
-    TurningDevice turning(3, offset, 45.0f, 0.05f);
     int level = 0;
-    for (int i = 0; i < 3000; ++i) level = phone.magnetometer(turning.next());
+    for (int i = 0; i < 3000; ++i) level = phone.magnetometer(turned_field(i, offset));
     ASSERT_EQ(level, 3);
 
     // WHEN it then lies still at a known attitude, one magnetometer event before each
