@@ -110,47 +110,36 @@ TEST(RotationVector, PeriodsOutsideOneToThousandChangeNothing) {
     }
 }
 
-TEST(RotationVector, AllZeroAccelerometerIsRejectedButOneAxisIsEnough) {
-    const float zero[3] = {0.0f, -0.0f, 0.0f};
-    float out[3] = {9, 9, 9};
-    get_rv_value(zero, &kPeriod, out);
-    for (float c : out) EXPECT_EQ(c, 0.0f);
-    EXPECT_EQ(q_l_flag, 0);
+TEST(RotationVector, WhatEntersTheFilters) {
+    // An all-zero sample is rejected; one non-zero axis is enough, and only the
+    // direction counts.
+    const float zero[3] = {0.0f, -0.0f, 0.0f}, one_axis[3] = {0.0f, 0.0f, -0.5f};
+    run(zero, 1);
     EXPECT_EQ(quarvel::rv_low_pass.seeded, 0);
-
-    const float one_axis[3] = {0.0f, 0.0f, -0.5f};
-    get_rv_value(one_axis, &kPeriod, out);
-    EXPECT_EQ(q_l_flag, 1);
-    EXPECT_EQ(quarvel::rv_acc_smoothing.axis[2].ring[0], -1.0f);  // direction only
-}
-
-TEST(RotationVector, AccelerometerIsClampedToOneGPerAxisBeforeNormalising) {
-    const float hard[3] = {30.0f, 0.0f, 0.0f};
-    run(hard, 1);
-    const float tilted[3] = {-30.0f, 30.0f, 0.0f};
-    run(tilted, 1);
-    const float huge[3] = {std::numeric_limits<float>::infinity(), 0.0f, -1e30f};
-    run(huge, 1);
-    const auto &s = quarvel::rv_acc_smoothing.axis;
-    EXPECT_EQ(s[0].ring[0], 1.0f);
-    EXPECT_EQ(s[1].ring[0], 0.0f);
-    const float diagonal = 1.0f / static_cast<float>(std::sqrt(2.0));
-    EXPECT_EQ(s[0].ring[1], -diagonal);
-    EXPECT_EQ(s[1].ring[1], diagonal);
-    EXPECT_EQ(s[0].ring[2], diagonal);
-    EXPECT_EQ(s[2].ring[2], -diagonal);
-}
-
-TEST(RotationVector, FieldEntersWithItsFirstTwoAxesExchanged) {
     quarvel::cali_mag_values[0] = 11.0f;
     quarvel::cali_mag_values[1] = -22.0f;
     quarvel::cali_mag_values[2] = 33.0f;
-    const float acc[3] = {0, 0, 9.8f};
-    run(acc, 1);
-    const auto &s = quarvel::rv_mag_smoothing.axis;
-    EXPECT_EQ(s[0].ring[0], -22.0f);
-    EXPECT_EQ(s[1].ring[0], 11.0f);
-    EXPECT_EQ(s[2].ring[0], 33.0f);
+    run(one_axis, 1);
+    EXPECT_EQ(q_l_flag, 1);
+    // Each axis is clamped to 1 g before normalising.
+    const float tilted[3] = {-30.0f, 30.0f, 0.0f};
+    const float huge[3] = {std::numeric_limits<float>::infinity(), 0.0f, -1e30f};
+    run(tilted, 1);
+    run(huge, 1);
+
+    const auto &a = quarvel::rv_acc_smoothing.axis;
+    const float diagonal = 1.0f / static_cast<float>(std::sqrt(2.0));
+    const float slot0[3] = {0, 0, -1}, slot1[3] = {-diagonal, diagonal, 0}, slot2[3] = {diagonal, 0, -diagonal};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(a[i].ring[0], slot0[i]) << i;
+        EXPECT_EQ(a[i].ring[1], slot1[i]) << i;
+        EXPECT_EQ(a[i].ring[2], slot2[i]) << i;
+    }
+    // The field enters in the accelerometer's axes: x and y exchanged.
+    const auto &m = quarvel::rv_mag_smoothing.axis;
+    EXPECT_EQ(m[0].ring[0], -22.0f);
+    EXPECT_EQ(m[1].ring[0], 11.0f);
+    EXPECT_EQ(m[2].ring[0], 33.0f);
 }
 
 // ---- a steady device ------------------------------------------------------------------
