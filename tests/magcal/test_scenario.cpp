@@ -134,6 +134,38 @@ TEST_P(TurnedThroughManyAttitudes, LevelClimbsAndTheOffsetIsFoundAndKept) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, TurnedThroughManyAttitudes, ::testing::Values(1u, 2u, 3u, 4u, 5u));
 
+TEST(RealRecording, FigureEightReachesLevelThreeNearThePhonesOwnEstimate) {
+    // GIVEN a real phone waved through a figure-eight (magnetometer rows only: without
+    // accelerometer events through the orientation algorithm, sampling stays permitted)
+    const std::string path = std::string(testsupport::data_dir()) + "/nexus5-figure-eight.csv";
+    FILE *csv = std::fopen(path.c_str(), "r");
+    if (!csv) GTEST_SKIP() << "recording not available: " << path;
+    testsupport::remove_param_file();
+    Module mod;
+    // WHEN its samples go through the type-2 algorithm
+    int level = 0;
+    int samples = 0;
+    char line[256];
+    while (std::fgets(line, sizeof line, csv)) {
+        long long t;
+        int type;
+        float v[3];
+        if (std::sscanf(line, "%lld,%d,%f,%f,%f", &t, &type, &v[0], &v[1], &v[2]) != 5 || type != kMag) continue;
+        sensors_event_t out = poisoned_event();
+        ASSERT_EQ(mod.m.convert(kMag, make_event(kMag, v[0], v[1], v[2]), &out), 0);
+        level = out.vector.status;
+        ++samples;
+    }
+    std::fclose(csv);
+    // THEN the calibration is complete and agrees with the phone's own estimate
+    EXPECT_GT(samples, 1000);
+    EXPECT_EQ(level, 3);
+    const Vec3 phone{57.99f, -73.75f, 32.41f};
+    const Vec3 found = mod.stored_offset();
+    EXPECT_LT(distance(found, phone), 5.0f) << found.x << ", " << found.y << ", " << found.z;
+    RecordProperty("offset_error_uT", std::to_string(distance(found, phone)));
+}
+
 // Run alone it checks a known file; run from the scenario it checks what the scenario
 // stored.
 TEST(FreshLoad, StartsFromTheStoredOffsetOnItsFirstSample) {
