@@ -1,10 +1,11 @@
-// The soft gyroscope: changes against a snapshot every third call, the 35-degree
-// gate, the low-pass filter, one large change reported alone, small changes after
-// a quiet spell, and the tilt override.
+// The soft gyroscope: its smoothed, tilt-compensated orientation; changes against a
+// snapshot every third call, the 35-degree gate, the low-pass filter, one large
+// change reported alone, small changes after a quiet spell, and the tilt override.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
-#include <cstdint>
 #include <limits>
 
 #include "calmodule/softgyro.h"
@@ -13,284 +14,189 @@
 
 namespace {
 
-struct Vec {
-    float x, y, z;
-};
+using quarvel::rota_filter;
+using Vec = std::array<float, 3>;  // acceleration in m/s², or pitch, roll, azimuth change
 
 const Vec kFlat{0.0f, 0.0f, 9.8f};
+constexpr float kAzMinusX = 0x1.67fffep+6f;  // 89.99999: flat, field along -x
 
-class SoftGyro : public ::testing::Test {
-protected:
-    Vec call(Vec acc, int32_t period = 20) {
-        const float a[3] = {acc.x, acc.y, acc.z};
-        float r[3] = {-99.0f, -99.0f, -99.0f};
-        get_soft_gyro_value(a, &period, r);
-        return {r[0], r[1], r[2]};
+Vec call(Vec acc, int32_t period = 20) {
+    Vec r{-99, -99, -99};
+    get_soft_gyro_value(acc.data(), &period, r.data());
+    return r;
+}
+// The calibrated field and the heading's smoothing both hold (hx, hy, -40).
+void hold_field(float hx, float hy) {
+    for (int i = 0; i < 10; ++i) {
+        float xy[2] = {hx, hy};
+        softgy_CalibrationXY(xy);
     }
-    static void set_field(float x, float y, float z) {
-        quarvel::cali_mag_values[0] = x;
-        quarvel::cali_mag_values[1] = y;
-        quarvel::cali_mag_values[2] = z;
-    }
-    // Fills the heading's smoothing with (hx, hy): a flat device with that
-    // horizontal field then reads the same heading on every call.
-    static void hold_horizontal_field(float hx, float hy) {
-        for (int i = 0; i < 10; ++i) {
-            float xy[2] = {hx, hy};
-            softgy_CalibrationXY(xy);
-        }
-        set_field(hx, hy, -40.0f);
-    }
-    // Runs ten calls with the same input, so that the smoothing has settled and the
-    // snapshot holds this orientation; returns it (azimuth, pitch, roll).
-    Vec settle(Vec acc) {
-        for (int i = 0; i < 10; ++i) call(acc);
-        return {old_rota[0], old_rota[1], old_rota[2]};
-    }
-    // Filter seeded at zero, no recent large change, snapshot counter at 0.
-    static void quiet_state() {
-        quarvel::rota_filter[0] = quarvel::rota_filter[1] = quarvel::rota_filter[2] = 0.0f;
-        quarvel::rota_filter_flag = 1;
-        lock_temp = 10;
-        or_flag = 0;
-        gyro_values_static[0] = gyro_values_static[1] = gyro_values_static[2] = 0.0f;
-    }
-    static void snapshot(float azimuth, float pitch, float roll) {
-        old_rota[0] = azimuth;
-        old_rota[1] = pitch;
-        old_rota[2] = roll;
-    }
-};
+    quarvel::cali_mag_values[0] = hx, quarvel::cali_mag_values[1] = hy, quarvel::cali_mag_values[2] = -40;
+}
+// Filter seeded at zero, no recent large change, a snapshot just taken, estimate g held.
+void quiet_state(Vec snapshot, Vec g = {0, 0, 0}) {
+    rota_filter[0] = rota_filter[1] = rota_filter[2] = 0.0f;
+    quarvel::rota_filter_flag = 1;
+    lock_temp = 10;
+    or_flag = 0;
+    std::copy(g.begin(), g.end(), gyro_values_static);
+    std::copy(snapshot.begin(), snapshot.end(), old_rota);
+}
+Vec held() { return {gyro_values_static[0], gyro_values_static[1], gyro_values_static[2]}; }
 
-// Azimuth of a flat device whose field points along -x: a heading of 270 degrees.
-constexpr float kAzimuthMinusX = 0x1.67fffep+6f;  // 89.99999
+TEST(SoftgyOrientation, FlatHeadingFromPlusYTowardsPlusXAndTiltCompensated) {
+    // (1, 2): arc tangent and quadrant offset in double, rounded once; float steps
+    // land lower. Last two rows: rolled, then pitched 30 degrees in a field of 20 µT
+    // along heading zero and 40 µT down.
+    const float s = 0.5f, c = 0.8660254f;
+    const struct { Vec up, mag; float heading, pitch, roll; } rows[] = {
+        {{0, 0, 1}, {1, 1, -40}, 0.7853981f, 0, 0},    {{0, 0, 1}, {-1, 1, -40}, 5.497787f, 0, 0},
+        {{0, 0, 1}, {-1, -1, -40}, 3.9269907f, 0, 0},  {{0, 0, 1}, {1, -1, -40}, 2.3561945f, 0, 0},
+        {{0, 0, 1}, {0, 1, -40}, 0.0f, 0, 0},          {{0, 0, 1}, {0, -1, -40}, 3.1415925f, 0, 0},
+        {{0, 0, 1}, {1, 0, -40}, 1.5707963f, 0, 0},    {{0, 0, 1}, {-1, 0, -40}, 4.712389f, 0, 0},
+        {{0, 0, 1}, {0, 0, -40}, 0.0f, 0, 0},          {{0, 0, 1}, {1, 2, -40}, 0x1.dac66ep-2f, 0, 0},
+        {{s, 0, c}, {-40 * s, 20, -40 * c}, 0.0f, 0, asinf(s)},
+        {{0, s, c}, {0, 20 * c - 40 * s, -20 * s - 40 * c}, 0.0f, -atan2f(s, c), 0}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(testing::Message() << "field " << testing::PrintToString(row.mag));
+        Vec o;
+        for (int i = 0; i < 10; ++i) softgy_GetOrientationAngles(row.mag.data(), row.up.data(), o.data());
+        const float d = std::fabs(o[0] - row.heading), tilted = row.up[2] == 1.0f ? 0.0f : 1e-6f;
+        EXPECT_LE(std::fmin(d, 6.2831853f - d), tilted) << o[0];  // tilted: either side of 0
+        EXPECT_EQ(o[1], row.pitch);
+        EXPECT_EQ(o[2], row.roll);
+    }
+}
 
-TEST_F(SoftGyro, RefusedPeriodWritesZeroAndTouchesNothing) {
-    hold_horizontal_field(-20, 0);
-    gyro_values_static[0] = 1.5f;
-    snapshot(7, 8, 9);
+TEST(SoftgyOrientation, CalibrationXYAveragesTheMiddleSixOfTheLastTenPerChannel) {
+    // GIVEN the zeros of load time, a steady 6 ramps up as 6 (k - 2) / 6 on call k
+    const float ramp[] = {0, 0, 1, 2, 3, 4, 5, 6, 6, 6};
+    for (float want : ramp) {
+        float xy[2] = {6.0f, 6.0f};
+        softgy_CalibrationXY(xy);
+        EXPECT_EQ(xy[0], want);
+        EXPECT_EQ(xy[1], want);
+    }
+    // WHEN 1..10 arrive out of order THEN the sorted 3..8 are averaged, per channel
+    float xy[2];
+    for (float v : {7, 1, 2, 3, 4, 5, 6, 9, 8, 10}) {
+        xy[0] = v, xy[1] = -v;
+        softgy_CalibrationXY(xy);
+    }
+    EXPECT_EQ(xy[0], 5.5f);
+    EXPECT_EQ(xy[1], -5.5f);
+}
+
+TEST(SoftGyro, RefusedPeriodOrZeroAccelerationWritesZeroAndTouchesNothing) {
+    hold_field(-20, 0);
+    quiet_state({kAzMinusX + 10.0f, 0, 0}, {1.5f, 0, 0});
     or_flag = 2;
-    for (int32_t period : {0, 1001, -5}) {
-        const Vec r = call(kFlat, period);
-        EXPECT_EQ(r.x, 0.0f);
-        EXPECT_EQ(r.y, 0.0f);
-        EXPECT_EQ(r.z, 0.0f);
-    }
-    EXPECT_EQ(or_flag, 2);
-    EXPECT_EQ(old_rota[0], 7.0f);
-    EXPECT_EQ(gyro_values_static[0], 1.5f);
-    // The range is inclusive at both ends.
-    call(kFlat, 1);
-    EXPECT_EQ(or_flag, 0);  // third call: snapshot taken
-    call(kFlat, 1000);
-    EXPECT_EQ(or_flag, 1);
-}
-
-TEST_F(SoftGyro, ZeroAccelerationIsRefusedLikeABadPeriod) {
-    hold_horizontal_field(-20, 0);
     game_flag = 5;
-    or_flag = 1;
-    const Vec r = call({0, 0, 0});
-    EXPECT_EQ(r.x, 0.0f);
-    EXPECT_EQ(r.y, 0.0f);
-    EXPECT_EQ(r.z, 0.0f);
-    EXPECT_EQ(or_flag, 1);
+    const struct { int32_t period; Vec acc; } rows[] = {{0, kFlat}, {1001, kFlat}, {-5, kFlat}, {20, {0, 0, 0}}};
+    for (const auto &row : rows) EXPECT_EQ(call(row.acc, row.period), (Vec{0, 0, 0})) << row.period;
+    EXPECT_EQ(or_flag, 2);
     EXPECT_EQ(game_flag, 5);
-    // The heading history did not take a non-number in: the next call is normal.
-    quiet_state();
-    snapshot(kAzimuthMinusX + 10.0f, 0, 0);
-    EXPECT_FLOAT_EQ(call(kFlat).z, 2.0f);
+    EXPECT_EQ(old_rota[0], kAzMinusX + 10.0f);
+    EXPECT_EQ(held(), (Vec{1.5f, 0, 0}));
+    // The range is inclusive at both ends, and the heading history took no
+    // non-number from the zero vector: the 10-degree change comes through filtered.
+    EXPECT_EQ(call(kFlat, 1000), (Vec{0, 0, 0.2f * 10.0f}));
+    EXPECT_EQ(or_flag, 0);  // third call: snapshot taken
+    call(kFlat, 1);
+    EXPECT_EQ(or_flag, 1);
 }
 
-TEST_F(SoftGyro, FromLoadTheFirstCallsAreGatedUntilARealSnapshot) {
+TEST(SoftGyro, FromLoadTheFirstCallsAreGatedUntilARealSnapshot) {
     // GIVEN a freshly loaded library, the device flat and heading 270 degrees
-    hold_horizontal_field(-20, 0);
+    hold_field(-20, 0);
     game_flag = 3;
-    // WHEN it is called three times
+    // WHEN it is called three times THEN each result is the held (0, 0, 0): azimuth
+    // 90 is far from the load-time snapshot of 0; the third call takes a real one
     for (int i = 1; i <= 3; ++i) {
-        const Vec r = call(kFlat);
-        // THEN each result is the held (0, 0, 0): azimuth 90 is far from the
-        // load-time snapshot of 0
-        EXPECT_EQ(r.x, 0.0f);
-        EXPECT_EQ(r.y, 0.0f);
-        EXPECT_EQ(r.z, 0.0f);
+        EXPECT_EQ(call(kFlat), (Vec{0, 0, 0})) << i;
         EXPECT_EQ(quarvel::rota_filter_flag, 0);
-        if (i < 3) {
-            EXPECT_EQ(or_flag, i);
-            EXPECT_EQ(old_rota[0], 0.0f);
-        }
+        EXPECT_EQ(or_flag, i % 3);
+        EXPECT_EQ((Vec{old_rota[0], old_rota[1], old_rota[2]}), (Vec{i < 3 ? 0.0f : kAzMinusX, 0, 0}));
     }
     EXPECT_EQ(game_flag, 0);
-    // AND the third call took the unfiltered orientation as the snapshot
-    EXPECT_EQ(or_flag, 0);
-    EXPECT_EQ(old_rota[0], kAzimuthMinusX);
-    EXPECT_EQ(old_rota[1], 0.0f);
-    EXPECT_EQ(old_rota[2], 0.0f);
 }
 
-TEST_F(SoftGyro, SmallAzimuthStepThroughASeededFilter) {
-    // GIVEN the filter seeded at 0 and the snapshot at azimuth 100
-    hold_horizontal_field(-20, 0);
-    quiet_state();
-    lock_temp = 0;
-    snapshot(100, 0, 0);
-    // WHEN the device reads azimuth 90
-    const Vec r = call(kFlat);
-    // THEN a fifth of the 10-degree change is a large azimuth change, reported alone
-    EXPECT_EQ(r.x, 0.0f);
-    EXPECT_EQ(r.y, 0.0f);
-    EXPECT_NEAR(r.z, 2.0f, 1e-5f);
-    EXPECT_EQ(r.z, 0.2f * (100.0f - kAzimuthMinusX));
-    EXPECT_EQ(lock_temp, 0);
-}
-
-TEST_F(SoftGyro, SeedingCallTakesTheRawChangesAndRollWinsFirst) {
-    hold_horizontal_field(-20, 0);
-    // Changes (older minus newer) of 2 degrees in roll and about 5 in azimuth.
-    snapshot(kAzimuthMinusX + 5.0f, 0, 2);
-    const Vec r = call(kFlat);
+TEST(SoftGyro, SeedingCallTakesTheRawChangesAndRollWinsFirst) {
+    hold_field(-20, 0);
+    old_rota[0] = kAzMinusX + 5.0f;  // older minus newer: 5 in azimuth, 2 in roll
+    old_rota[2] = 2.0f;
+    EXPECT_EQ(call(kFlat), (Vec{0, 2, 0}));
     EXPECT_EQ(quarvel::rota_filter_flag, 1);
-    EXPECT_EQ(quarvel::rota_filter[2], 2.0f);
-    EXPECT_FLOAT_EQ(quarvel::rota_filter[0], 5.0f);
-    EXPECT_EQ(r.x, 0.0f);
-    EXPECT_EQ(r.y, 2.0f);
-    EXPECT_EQ(r.z, 0.0f);
+    EXPECT_EQ(rota_filter[0], 5.0f);
 }
 
-TEST_F(SoftGyro, LargePitchChangeIsReportedAloneAheadOfAzimuth) {
-    hold_horizontal_field(-20, 0);
-    quiet_state();
-    snapshot(kAzimuthMinusX + 20.0f, 10.0f, 0.5f);  // filtered: pitch 2, roll 0.1, azimuth 4
-    const Vec r = call(kFlat);
-    EXPECT_FLOAT_EQ(r.x, 2.0f);
-    EXPECT_EQ(r.y, 0.0f);
-    EXPECT_EQ(r.z, 0.0f);
-    EXPECT_EQ(lock_temp, 0);
-
-    // A decrease counts as large too: roll -8 filtered to -1.6.
-    snapshot(kAzimuthMinusX, 0, -8.0f);
-    quiet_state();
-    const Vec neg = call(kFlat);
-    EXPECT_EQ(neg.x, 0.0f);
-    EXPECT_EQ(neg.y, 0.2f * -8.0f);
-    EXPECT_EQ(neg.z, 0.0f);
+TEST(SoftGyro, LargeChangesAloneAndTheGateAt35Degrees) {
+    const Vec before{0.5f, -0.25f, 1.0f};  // held estimate: kept when gated out
+    const float s5 = std::sin(5.0f * 3.1415926f / 180.0f), c5 = std::cos(5.0f * 3.1415926f / 180.0f);
+    const struct { const char *what; float hx, hy; Vec snapshot, want; int16_t lock; } rows[] = {
+        {"azimuth 10 down: a fifth of it, alone", -20, 0, {100, 0, 0}, {0, 0, 0.2f * (100.0f - kAzMinusX)}, 0},
+        {"pitch 10 wins over azimuth 20", -20, 0, {kAzMinusX + 20, 10, 0.5f}, {2, 0, 0}, 0},
+        {"a decrease is large too", -20, 0, {kAzMinusX, 0, -8}, {0, 0.2f * -8.0f, 0}, 0},
+        {"pitch step of exactly 35: gated", -20, 0, {kAzMinusX, 35, 0}, before, 10},
+        {"pitch step just below 35: taken", -20, 0, {kAzMinusX, 34.99f, 0}, {0.2f * 34.99f, 0, 0}, 0},
+        {"azimuth 5, snapshot 355: wrap gated", -20 * s5, 20 * c5, {355, 0, 0}, before, 10},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.what);
+        hold_field(row.hx, row.hy);
+        quiet_state(row.snapshot, before);
+        EXPECT_EQ(call(kFlat), row.want);
+        EXPECT_EQ(lock_temp, row.lock);
+        EXPECT_EQ(or_flag, 1);  // a gated call still counts towards the snapshot
+    }
 }
 
-TEST_F(SoftGyro, AfterALargeChangeTwoHeldCallsThenSmallChangesOnAllAxes) {
+TEST(SoftGyro, AfterALargeChangeTwoHeldCallsThenSmallChangesOnAllAxes) {
     // GIVEN a large azimuth change just reported
-    hold_horizontal_field(-20, 0);
-    quiet_state();
-    snapshot(kAzimuthMinusX + 10.0f, 0, 0);
+    hold_field(-20, 0);
+    quiet_state({kAzMinusX + 10.0f, 0, 0});
     const Vec large = call(kFlat);
     ASSERT_EQ(lock_temp, 0);
-    // WHEN small changes follow on every axis
+    // WHEN small changes follow on every axis THEN two calls return the held
+    // estimate, the third the filtered changes of all three
     for (int i = 1; i <= 3; ++i) {
-        snapshot(kAzimuthMinusX + 0.1f, 0.1f, 0.1f);
+        std::copy_n(Vec{kAzMinusX + 0.1f, 0.1f, 0.1f}.begin(), 3, old_rota);
         const Vec r = call(kFlat);
-        if (i < 3) {
-            // THEN the first two calls return the held estimate
-            EXPECT_EQ(r.x, large.x) << i;
-            EXPECT_EQ(r.y, large.y) << i;
-            EXPECT_EQ(r.z, large.z) << i;
-        } else {
-            // AND the third passes the filtered changes through on all three axes
-            EXPECT_EQ(r.x, quarvel::rota_filter[1]);
-            EXPECT_EQ(r.y, quarvel::rota_filter[2]);
-            EXPECT_EQ(r.z, quarvel::rota_filter[0]);
-            EXPECT_GT(r.x, 0.0f);
-            EXPECT_GT(r.y, 0.0f);
-            EXPECT_LT(r.z, 1.8f);
-        }
+        EXPECT_EQ(r, i < 3 ? large : (Vec{rota_filter[1], rota_filter[2], rota_filter[0]})) << i;
     }
+    EXPECT_TRUE(held()[0] > 0.0f && held()[1] > 0.0f && held()[2] < 1.8f);
     EXPECT_EQ(lock_temp, 3);
 }
 
-TEST_F(SoftGyro, StepsOf35DegreesOrMoreAreGatedOut) {
-    hold_horizontal_field(-20, 0);
-    quiet_state();
-    gyro_values_static[0] = 0.5f;
-    gyro_values_static[1] = -0.25f;
-    gyro_values_static[2] = 1.0f;
-    snapshot(kAzimuthMinusX, 35.0f, 0);  // exactly 35: refused
-    Vec r = call(kFlat);
-    EXPECT_EQ(r.x, 0.5f);
-    EXPECT_EQ(r.y, -0.25f);
-    EXPECT_EQ(r.z, 1.0f);
-    EXPECT_EQ(quarvel::rota_filter[1], 0.0f);
-    EXPECT_EQ(lock_temp, 10);
-
-    snapshot(kAzimuthMinusX, 34.99f, 0);  // just below: accepted
-    r = call(kFlat);
-    EXPECT_EQ(quarvel::rota_filter[1], 0.2f * 34.99f);
-    EXPECT_EQ(r.x, quarvel::rota_filter[1]);
+TEST(SoftGyro, TiltAbove3OnXOrYSuppressesTheAzimuthChange) {
+    quarvel::cali_mag_values[0] = -20, quarvel::cali_mag_values[2] = -40;
+    const struct { Vec acc, want; } rows[] = {
+        {{4.0f, 0.0f, 8.9f}, {0.2f, 0, 0}},     // pitch and roll reported, azimuth not
+        {{0.0f, -4.0f, 8.9f}, {0.2f, 0, 0}},    // either axis, either sign
+        {{2.0f, -2.9f, 9.0f}, {0, 0, 2.0f}}};   // below on both axes: azimuth reported
+    for (const auto &row : rows) {
+        for (int i = 0; i < 10; ++i) call(row.acc);  // settled: snapshot of this pose
+        quiet_state({old_rota[0] + 10.0f, old_rota[1] + 1.0f, old_rota[2]});
+        const Vec r = call(row.acc);
+        for (int k = 0; k < 3; ++k) EXPECT_NEAR(r[k], row.want[k], 1e-5f) << k;
+        EXPECT_EQ(lock_temp, 0);
+    }
 }
 
-TEST_F(SoftGyro, AzimuthWrapAcross360RepeatsThePreviousResult) {
-    // GIVEN a flat device heading 355 degrees (azimuth 5) and a snapshot at 355
-    const float h = 20.0f;
-    hold_horizontal_field(h * std::sin(-5.0f * 3.1415926f / 180.0f),
-                          h * std::cos(-5.0f * 3.1415926f / 180.0f));
-    const Vec steady = settle(kFlat);
-    ASSERT_NEAR(steady.x, 5.0f, 1e-3f);
-    quiet_state();
-    gyro_values_static[2] = 0.75f;
-    snapshot(355.0f, steady.y, steady.z);
-    // WHEN the call sees the 350-degree step
-    const Vec r = call(kFlat);
-    // THEN nothing is updated and the previous result comes back
-    EXPECT_EQ(r.x, 0.0f);
-    EXPECT_EQ(r.y, 0.0f);
-    EXPECT_EQ(r.z, 0.75f);
-    EXPECT_EQ(quarvel::rota_filter[0], 0.0f);
-    EXPECT_EQ(or_flag, 1);  // the call still counts towards the snapshot
-}
-
-TEST_F(SoftGyro, StrongTiltSuppressesTheAzimuthChange) {
-    // GIVEN a device tilted so that x reads 4 m/s² (above the 3 m/s² limit)
-    const Vec tilted{4.0f, 0.0f, 8.9f};
-    set_field(-20, 0, -40);
-    const Vec steady = settle(tilted);
-    quiet_state();
-    // WHEN the azimuth changes by 10 degrees and the pitch by 1
-    snapshot(steady.x + 10.0f, steady.y + 1.0f, steady.z);
-    const Vec r = call(tilted);
-    // THEN pitch and roll changes are reported, but no azimuth change
-    EXPECT_FLOAT_EQ(r.x, 0.2f);
-    EXPECT_EQ(r.y, 0.0f);
-    EXPECT_EQ(r.z, 0.0f);
-    EXPECT_EQ(lock_temp, 0);
-    EXPECT_FLOAT_EQ(quarvel::rota_filter[0], 2.0f);
-
-    // Below the limit on both x and y, the azimuth change is reported.
-    const Vec modest{2.0f, -2.9f, 9.0f};
-    const Vec steady_modest = settle(modest);
-    quiet_state();
-    snapshot(steady_modest.x + 10.0f, steady_modest.y, steady_modest.z);
-    EXPECT_FLOAT_EQ(call(modest).z, 2.0f);
-}
-
-TEST_F(SoftGyro, NonNumbersNeverCrashAndTheEstimateStaysANumber) {
+TEST(SoftGyro, NonNumbersNeverCrashAndWashOut) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();
-    hold_horizontal_field(-20, 0);
-    quiet_state();
-    snapshot(kAzimuthMinusX, 0, 0);
-    const Vec inputs[] = {{nan, 0, 9.8f}, {inf, -inf, 9.8f}, {1e-42f, 0, 0}, {nan, nan, nan},
-                          {0, 0, -inf}, {3e38f, 3e38f, 3e38f}};
-    for (const Vec &in : inputs) {
-        const Vec r = call(in);
-        EXPECT_FALSE(std::isnan(r.x) || std::isnan(r.y) || std::isnan(r.z));
-    }
-    set_field(nan, inf, 0);
-    for (int i = 0; i < 12; ++i) {
-        const Vec r = call(kFlat);
-        EXPECT_FALSE(std::isnan(r.x) || std::isnan(r.y) || std::isnan(r.z));
-    }
-    // With good readings again, the non-numbers wash out of the history and the
-    // snapshot, and changes are accepted again.
-    set_field(-20, 0, -40);
+    hold_field(-20, 0);
+    quiet_state({kAzMinusX, 0, 0});
+    const auto is_number = [](Vec r) { return !std::isnan(r[0] + r[1] + r[2]); };
+    const Vec inputs[] = {{nan, 0, 9.8f}, {inf, -inf, 9.8f}, {1e-42f, 0, 0}, {nan, nan, nan}, {0, 0, -inf}};
+    for (const Vec &in : inputs) EXPECT_TRUE(is_number(call(in)));
+    quarvel::cali_mag_values[0] = nan, quarvel::cali_mag_values[1] = inf;
+    for (int i = 0; i < 12; ++i) EXPECT_TRUE(is_number(call(kFlat)));
+    // Good readings again wash the non-numbers out of the history and the snapshot.
+    quarvel::cali_mag_values[0] = -20, quarvel::cali_mag_values[1] = 0;
     for (int i = 0; i < 15; ++i) call(kFlat);
-    EXPECT_EQ(old_rota[0], kAzimuthMinusX);
+    EXPECT_EQ(old_rota[0], kAzMinusX);
 }
 
 }  // namespace
