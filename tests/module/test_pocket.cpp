@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -13,181 +12,98 @@
 
 namespace {
 
-using testsupport::LoadedModule;
-using testsupport::log_records;
 using testsupport::make_event;
+constexpr int kPocket = 0x10001, kLight = 5, kProximity = 8, kEnable = -1, kCommand = -2;
+constexpr int kDebug = 3, kError = 6;
+const float kNan = NAN, kInf = INFINITY;
 
-constexpr int kPocket = 0x10001;
-constexpr int kLight = 5;
-constexpr int kProximity = 8;
-constexpr int kDebug = 3;
-constexpr int kError = 6;
+// One host call: an event of type `op` with data[0] = value through convert, an enable
+// change (config command 0, enable = value), or another config command (= value).
+// `state` is the data[0] delivered with result 0; the rest of the output is the input's.
+struct Step { int op; float value; int result; float state; };
+struct Record { int priority; std::string text; };
+struct Scenario { const char *what; std::vector<Step> steps; std::vector<Record> log; };
 
-struct Expected {
-    int priority;
-    std::string text;
-};
-
-std::string readings(const char *light, const char *proximity) {
-    return std::string("last_light:") + light + " last_proximity:" + proximity + "\n";
+Record readings(const char *light, const char *proximity) {
+    return {kDebug, std::string("last_light:") + light + " last_proximity:" + proximity + "\n"};
 }
+const Record kEnabled{kDebug, "Enable status changed to 1\n"}, kDataError{kError, "sensor data error\n"};
 
-void expect_records(const std::vector<Expected> &want) {
-    const auto &got = log_records();
-    ASSERT_EQ(got.size(), want.size());
-    for (size_t i = 0; i < want.size(); ++i) {
-        EXPECT_EQ(got[i].priority, want[i].priority) << "record " << i;
+void run(const Scenario &sc) {
+    SCOPED_TRACE(sc.what);
+    testsupport::LoadedModule mod;  // state carries over from the scenarios before
+    ASSERT_TRUE(mod.ok());
+    mod.config(kPocket, 0, 1);
+    testsupport::clear_log_records();
+    for (size_t i = 0; i < sc.steps.size(); ++i) {
+        const Step &s = sc.steps[i];
+        SCOPED_TRACE(testing::Message() << "step " << i);
+        if (s.op == kEnable || s.op == kCommand) {
+            EXPECT_EQ(s.op == kEnable ? mod.config(kPocket, 0, static_cast<int32_t>(s.value))
+                                      : mod.config(kPocket, static_cast<int>(s.value), 1, 200), 0);
+            continue;
+        }
+        sensors_event_t out = testsupport::poisoned_event(), in = make_event(s.op, s.value);
+        in.sensor = 42, in.timestamp = 1000 + static_cast<int64_t>(i), in.data[9] = 7.0f;
+        ASSERT_EQ(mod.convert(kPocket, in, &out), s.result);
+        if (s.result == 0) {
+            EXPECT_EQ(out.data[0], s.state);
+            in.data[0] = s.state;
+        }
+        EXPECT_EQ(std::memcmp(&out, &in, sizeof in), 0);  // everything else is the input's
+    }
+    const auto &got = testsupport::log_records();
+    ASSERT_EQ(got.size(), sc.log.size());
+    for (size_t i = 0; i < got.size(); ++i) {
+        EXPECT_EQ(got[i].priority, sc.log[i].priority) << "record " << i;
         EXPECT_EQ(got[i].tag, "sensor_cal.common") << "record " << i;
-        EXPECT_EQ(got[i].text, want[i].text) << "record " << i;
+        EXPECT_EQ(got[i].text, sc.log[i].text) << "record " << i;
     }
 }
 
-class Pocket : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_TRUE(mod.ok());
-        testsupport::clear_log_records();
-    }
-    // Returns convert's result; the delivered event lands in `out`.
-    int feed(int type, float value) {
-        out = testsupport::poisoned_event();
-        return mod.convert(kPocket, make_event(type, value), &out);
-    }
-    int enable(int32_t on) { return mod.config(kPocket, 0, on); }
-
-    LoadedModule mod;
-    sensors_event_t out{};
-};
-
-TEST_F(Pocket, DimLightAfterLoadReportsCoveredOnceWithItsReadingsLogged) {
-    // GIVEN a freshly loaded module
-    // WHEN two dim light readings arrive
-    ASSERT_EQ(feed(kLight, 500.0f), 0);
-    EXPECT_EQ(out.data[0], 1.0f);
-    EXPECT_EQ(out.type, kLight);  // the rest of the event is the input's
-    EXPECT_EQ(feed(kLight, 800.0f), -1);
-    // THEN only the first is delivered, and each reading is logged at debug priority
-    expect_records({{kDebug, readings("500.000000", "-1.000000")},
-                    {kDebug, readings("800.000000", "-1.000000")}});
+TEST(Pocket, DecisionSequencesAndTheirLogRecords) {
+    const Scenario scenarios[] = {
+        {"dim light reported covered once",
+         {{kLight, 500, 0, 1}, {kLight, 800, -1, 0}},
+         {readings("500.000000", "-1.000000"), readings("800.000000", "-1.000000")}},
+        {"light limit inclusive, proximity limit exclusive",
+         {{kLight, 1000, 0, 1}, {kLight, 1000.5f, 0, 0}, {kProximity, 5, -1, 0}, {kProximity, 4.9f, 0, 1},
+          {kProximity, 5, 0, 0}},
+         {readings("1000.000000", "-1.000000"), readings("1000.500000", "-1.000000"),
+          readings("1000.500000", "5.000000"), readings("1000.500000", "4.900000"),
+          readings("1000.500000", "5.000000")}},
+        {"a held proximity decides alone; the light is still stored and logged",
+         {{kProximity, 0, 0, 1}, {kLight, 5000, -1, 0}},
+         {readings("-1.000000", "0.000000"), readings("5000.000000", "0.000000")}},
+        {"enable forgets: the same reading is reported again",
+         {{kLight, 500, 0, 1}, {kEnable, 1, 0, 0}, {kLight, 500, 0, 1}},
+         {readings("500.000000", "-1.000000"), kEnabled, readings("500.000000", "-1.000000")}},
+        {"any nonzero enable drops a held proximity too",
+         {{kProximity, 1, 0, 1}, {kEnable, 7, 0, 0}, {kLight, 2000, 0, 0}},
+         {readings("-1.000000", "1.000000"), {kDebug, "Enable status changed to 7\n"},
+          readings("2000.000000", "-1.000000")}},
+        {"disable only logs and keeps the state",
+         {{kLight, 500, 0, 1}, {kEnable, 0, 0, 0}, {kLight, 500, -1, 0}},
+         {readings("500.000000", "-1.000000"), {kDebug, "Enable status changed to 0\n"},
+          readings("500.000000", "-1.000000")}},
+        {"other config commands are silent and change nothing",
+         {{kLight, 500, 0, 1}, {kCommand, 1, 0, 0}, {kCommand, -5, 0, 0}, {kCommand, 2, 0, 0}, {kLight, 500, -1, 0}},
+         {readings("500.000000", "-1.000000"), readings("500.000000", "-1.000000")}},
+        {"negative readings are no reading: data errors, the reported state untouched",
+         {{kLight, -3, -1, 0}, {kProximity, -2, -1, 0}, {kLight, 3, 0, 1}},
+         {readings("-3.000000", "-1.000000"), kDataError, readings("-3.000000", "-2.000000"), kDataError,
+          readings("3.000000", "-2.000000")}},
+        {"NaN counts as held: not above the light limit, not below the near distance",
+         {{kLight, kNan, 0, 1}, {kProximity, kNan, 0, 0}},
+         {readings("nan", "-1.000000"), readings("nan", "nan")}},
+        {"infinities decide like large values",
+         {{kLight, kInf, 0, 0}, {kProximity, -kInf, -1, 0}, {kProximity, 0, 0, 1}},
+         {readings("inf", "-1.000000"), readings("inf", "-inf"), readings("inf", "0.000000")}},
+        {"another event type: refused, output a byte copy of the input, no state change",
+         {{1, 0.5f, -1, 0}, {kLight, 10, 0, 1}},
+         {{kError, "type error:1\n"}, readings("10.000000", "-1.000000")}},
+    };
+    for (const Scenario &sc : scenarios) run(sc);
 }
-
-TEST_F(Pocket, LightLimitIsInclusiveAndProximityLimitExclusive) {
-    EXPECT_EQ(feed(kLight, 1000.0f), 0);
-    EXPECT_EQ(out.data[0], 1.0f);
-    EXPECT_EQ(feed(kLight, 1000.5f), 0);
-    EXPECT_EQ(out.data[0], 0.0f);
-
-    EXPECT_EQ(feed(kProximity, 5.0f), -1);  // uncovered already reported
-    EXPECT_EQ(feed(kProximity, 4.9f), 0);
-    EXPECT_EQ(out.data[0], 1.0f);
-    EXPECT_EQ(feed(kProximity, 5.0f), 0);
-    EXPECT_EQ(out.data[0], 0.0f);
-}
-
-TEST_F(Pocket, HeldProximityDecidesAloneAndLightIsIgnored) {
-    // GIVEN a proximity reading of 0 (something against the sensor)
-    ASSERT_EQ(feed(kProximity, 0.0f), 0);
-    EXPECT_EQ(out.data[0], 1.0f);
-    // WHEN bright light follows
-    EXPECT_EQ(feed(kLight, 5000.0f), -1);
-    // THEN the state stays covered; the light is still stored and logged
-    expect_records({{kDebug, readings("-1.000000", "0.000000")},
-                    {kDebug, readings("5000.000000", "0.000000")}});
-}
-
-TEST_F(Pocket, OtherEventTypeIsRefusedAndOutputIsAByteCopyOfTheInput) {
-    sensors_event_t in = make_event(1, 0.5f, -9.8f, 3.25f);
-    in.sensor = 42;
-    in.timestamp = 123456789012345LL;
-    in.data[9] = 7.0f;
-    const sensors_event_t before = in;
-    out = testsupport::poisoned_event();
-
-    EXPECT_EQ(mod.convert(kPocket, in, &out), -1);
-
-    EXPECT_EQ(std::memcmp(&out, &in, sizeof in), 0);
-    EXPECT_EQ(std::memcmp(&in, &before, sizeof in), 0);  // input untouched
-    expect_records({{kError, "type error:1\n"}});
-    // No state changed: a first light reading is still reported...
-    EXPECT_EQ(feed(kLight, 10.0f), 0);
-    // ...and an unchanged state, refused, still leaves the copy in the output.
-    in = make_event(kLight, 600.0f);
-    in.timestamp = 99;
-    EXPECT_EQ(mod.convert(kPocket, in, &out), -1);
-    EXPECT_EQ(std::memcmp(&out, &in, sizeof in), 0);
-}
-
-TEST_F(Pocket, EnableForgetsTheStateSoTheSameReadingIsReportedAgain) {
-    EXPECT_EQ(enable(1), 0);
-    EXPECT_EQ(feed(kLight, 500.0f), 0);
-    EXPECT_EQ(enable(1), 0);
-    EXPECT_EQ(feed(kLight, 500.0f), 0);
-    EXPECT_EQ(out.data[0], 1.0f);
-    expect_records({{kDebug, "Enable status changed to 1\n"},
-                    {kDebug, readings("500.000000", "-1.000000")},
-                    {kDebug, "Enable status changed to 1\n"},
-                    {kDebug, readings("500.000000", "-1.000000")}});
-}
-
-TEST_F(Pocket, EnableAlsoDropsAHeldProximityReading) {
-    ASSERT_EQ(feed(kProximity, 1.0f), 0);
-    enable(7);  // any nonzero value enables
-    // Without the proximity reading, bright light decides again.
-    EXPECT_EQ(feed(kLight, 2000.0f), 0);
-    EXPECT_EQ(out.data[0], 0.0f);
-}
-
-TEST_F(Pocket, DisableOnlyLogsAndKeepsTheState) {
-    ASSERT_EQ(feed(kLight, 500.0f), 0);
-    EXPECT_EQ(enable(0), 0);
-    EXPECT_EQ(feed(kLight, 500.0f), -1);
-    expect_records({{kDebug, readings("500.000000", "-1.000000")},
-                    {kDebug, "Enable status changed to 0\n"},
-                    {kDebug, readings("500.000000", "-1.000000")}});
-}
-
-TEST_F(Pocket, OtherConfigCommandsAreSilentAndChangeNothing) {
-    ASSERT_EQ(feed(kLight, 500.0f), 0);
-    testsupport::clear_log_records();
-    EXPECT_EQ(mod.config(kPocket, 1, 1, 200), 0);
-    EXPECT_EQ(mod.config(kPocket, -5, 1), 0);
-    EXPECT_EQ(mod.config(kPocket, 2, 1), 0);
-    EXPECT_TRUE(log_records().empty());
-    EXPECT_EQ(feed(kLight, 500.0f), -1);  // state kept
-}
-
-TEST_F(Pocket, NegativeLightWithoutProximityIsADataError) {
-    enable(1);
-    testsupport::clear_log_records();
-    EXPECT_EQ(feed(kLight, -3.0f), -1);
-    expect_records({{kDebug, readings("-3.000000", "-1.000000")}, {kError, "sensor data error\n"}});
-    // The reading was stored, the reported state was not touched: a later dim
-    // light is a change from "nothing reported".
-    EXPECT_EQ(feed(kLight, 3.0f), 0);
-    // A negative proximity reading is not held: the light still decides.
-    EXPECT_EQ(feed(kProximity, -2.0f), -1);
-}
-
-TEST_F(Pocket, NanReadingsCountAsHeld) {
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    // A NaN light is not above the dim limit: covered.
-    ASSERT_EQ(feed(kLight, nan), 0);
-    EXPECT_EQ(out.data[0], 1.0f);
-    // A NaN proximity is held and not below the near distance: uncovered.
-    ASSERT_EQ(feed(kProximity, nan), 0);
-    EXPECT_EQ(out.data[0], 0.0f);
-    ASSERT_EQ(log_records().size(), 2u);
-    EXPECT_NE(log_records()[1].text.find("nan"), std::string::npos);
-}
-
-TEST_F(Pocket, InfiniteReadingsDecideLikeLargeOnes) {
-    const float inf = std::numeric_limits<float>::infinity();
-    ASSERT_EQ(feed(kLight, inf), 0);
-    EXPECT_EQ(out.data[0], 0.0f);
-    EXPECT_EQ(feed(kProximity, -inf), -1);  // negative: the light still decides
-    EXPECT_EQ(feed(kProximity, 0.0f), 0);
-}
-
-
 
 }  // namespace
