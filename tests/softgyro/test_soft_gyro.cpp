@@ -61,8 +61,8 @@ TEST(SoftgyOrientation, FlatHeadingFromPlusYTowardsPlusXAndTiltCompensated) {
         SCOPED_TRACE(testing::Message() << "field " << testing::PrintToString(row.mag));
         Vec o;
         for (int i = 0; i < 10; ++i) softgy_GetOrientationAngles(row.mag.data(), row.up.data(), o.data());
-        const float d = std::fabs(o[0] - row.heading), tilted = row.up[2] == 1.0f ? 0.0f : 1e-6f;
-        EXPECT_LE(std::fmin(d, 6.2831853f - d), tilted) << o[0];  // tilted: either side of 0
+        const float d = std::fabs(o[0] - row.heading), rolled = row.up[0] != 0.0f ? 1e-6f : 0.0f;
+        EXPECT_LE(std::fmin(d, 6.2831853f - d), rolled) << o[0];  // rolled: either side of 0
         EXPECT_EQ(o[1], row.pitch);
         EXPECT_EQ(o[2], row.roll);
     }
