@@ -63,15 +63,6 @@ struct SteadyDevice {
     }
 };
 
-inline double quaternion_distance(const float a[4], const float b[4]) {
-    double d = 0.0;
-    for (int i = 0; i < 4; ++i) {
-        const double diff = static_cast<double>(a[i]) - static_cast<double>(b[i]);
-        d += diff * diff;
-    }
-    return std::sqrt(d);
-}
-
 }  // namespace fusiontest
 
 #endif

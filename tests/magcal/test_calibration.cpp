@@ -263,51 +263,46 @@ TEST(Fusion, LevelClimbsWithTheHeldFitsAndAsksForPersistenceFromTwo) {
     EXPECT_EQ(Msensor.fitCount, 5);
 }
 
-// Supervision starts from two held fits at level 2 with an accepted offset; a restart
-// leaves level 0 and an empty record, and keeps the offset.
-class Supervision : public ::testing::Test {
-protected:
-    void SetUp() override {
-        feed_sphere({12, -18, 4}, 44);
-        feed_sphere({12, -18, 4}, 44);
-        ASSERT_EQ(cali_level, 2);
-    }
-    static void expect_restarted() {
-        static const magcal_record empty = {};
-        EXPECT_EQ(cali_level + noiseCount, 0);
-        EXPECT_EQ(std::memcmp(&Msensor, &empty, sizeof empty), 0);
-        EXPECT_NEAR(LatestOffset[0], 12.0f, 1e-3f);
-        EXPECT_NEAR(cali_offset[0], 12.0f, 1e-3f);
-    }
-};
+// Supervision starts from two held fits at level 2 with an accepted offset. A restart
+// leaves level 0 and an empty record, and keeps the offset in force.
+void hold_two_fits() {
+    feed_sphere({12, -18, 4}, 44);
+    feed_sphere({12, -18, 4}, 44);
+    ASSERT_EQ(cali_level, 2);
+}
+void expect_restarted() {
+    static const magcal_record empty = {};
+    EXPECT_EQ(cali_level + noiseCount + l_noiseCount, 0);
+    EXPECT_EQ(std::memcmp(&Msensor, &empty, sizeof empty), 0);
+    expect3(LatestOffset, {12, -18, 4}, 1e-3f);
+    expect3(cali_offset, {12, -18, 4}, 1e-3f);
+}
 
-TEST_F(Supervision, ThirtyThreeImplausibleReadingsRestart) {
-    fusion(30, 30, 30);
-    for (int i = 0; i < 32; ++i) EXPECT_EQ(fusion(250, 0, 0).first, -3);
-    EXPECT_EQ(noiseCount, 32);
-    EXPECT_EQ(Msensor.dotsCount, 0);  // each one emptied the buffer
-    EXPECT_EQ(Msensor.fitCount, 2);
-    EXPECT_EQ(cali_level, 2);
-    fusion(250, 0, 0);
+// Readings that must not restart yet, the running and gross counts they leave, and the
+// reading that restarts.
+struct Disturbance { std::vector<Vec3> before; int noise, gross; Vec3 last; };
+class Supervision : public ::testing::TestWithParam<Disturbance> {};
+
+TEST_P(Supervision, RestartsOnTheReadingThatIsDue) {
+    hold_two_fits();
+    for (const Vec3 &v : GetParam().before) EXPECT_EQ(fusion(v.x, v.y, v.z).first, -3);
+    EXPECT_EQ(noiseCount, GetParam().noise);
+    EXPECT_EQ(l_noiseCount, GetParam().gross);
+    EXPECT_EQ(cali_level + Msensor.fitCount + Msensor.dotsCount, 2 + 2 + 0);  // not yet; each emptied the buffer
+    fusion(GetParam().last.x, GetParam().last.y, GetParam().last.z);
     expect_restarted();
     fusion(62, -18, 4);  // the calibrated output goes on with the kept offset
     EXPECT_NEAR(cali_mag_values[0], 50.0f, 1e-3f);
 }
 
-TEST_F(Supervision, ThirdGrossReadingRestarts) {
-    fusion(250, 0, 0);
-    ASSERT_EQ(noiseCount, 1);
-    fusion(600, 0, 0);
-    EXPECT_EQ(noiseCount, 0);  // a gross reading clears the running count
-    fusion(600, 0, 0);
-    EXPECT_EQ(l_noiseCount, 2);
-    EXPECT_EQ(cali_level, 2);
-    fusion(0, 0, 900);
-    EXPECT_EQ(l_noiseCount, 0);
-    expect_restarted();
-}
+INSTANTIATE_TEST_SUITE_P(
+    Disturbances, Supervision,
+    ::testing::Values(  // 33 implausible readings; three gross ones (each clears the running count)
+        Disturbance{[] { std::vector<Vec3> v(33, {250, 0, 0}); v[0] = {30, 30, 30}; return v; }(), 32, 0, {250, 0, 0}},
+        Disturbance{{{250, 0, 0}, {600, 0, 0}, {600, 0, 0}}, 0, 2, {0, 0, 900}}));
 
-TEST_F(Supervision, RestartRequestRestartsOnEveryCall) {
+TEST(RestartRequest, RestartsOnEveryCallWhileSet) {
+    hold_two_fits();
     cali_ret = 1;
     for (int i = 0; i < 30; ++i) {
         EXPECT_EQ(fusion(50.0f + i * 3.0f, -i * 2.0f, i * 1.5f).first, -3);
@@ -317,7 +312,6 @@ TEST_F(Supervision, RestartRequestRestartsOnEveryCall) {
     EXPECT_EQ(fusion(50, 0, 0).first, -3);
     EXPECT_EQ(Msensor.dotsCount, 1);
 }
-
 
 TEST(OutputFilter, TenSampleTrimmedMeanPerAxisThenTheLowPassAndSpikesIgnored) {
     const float expected[10] = {0x0p+0f,        0x0p+0f,        0x1p+0f,        0x1.733334p+1f, 0x1.670a3ep+2f,

@@ -50,32 +50,55 @@ struct Module {
     }
     // One field sample in µT, fed as counts of 1/1.5, 1/1.5 and 1/2.6 µT.
     sensors_event_t feed(const Vec3 &f) const { return raw(make_event(kMag, f.x / 1.5f, f.y / 1.5f, f.z / 2.6f)); }
-    // Turns the device until level 3 (at most 6000 samples); returns the level reached.
-    int calibrate(TurningDevice &device, void (*spoil)(int, Vec3 *) = [](int, Vec3 *) {}) const {
-        int level = 0;
-        for (int i = 0; i < 6000 && level < 3; ++i) {
-            Vec3 f = device.next();
-            spoil(i, &f);
-            level = feed(f).vector.status;
-        }
-        return level;
+};
+
+// A file that cannot be written (its folder missing, or a folder in its place) and bad
+// samples among the good must not keep the calibration from getting there.
+enum Trouble { kNone, kFolderMissing, kFolderInPlaceOfTheFile, kBadSamples };
+struct Scenario {
+    unsigned seed;
+    Trouble trouble;
+};
+
+class TurnedThroughManyAttitudes : public ::testing::TestWithParam<Scenario> {
+protected:
+    const std::string path = testsupport::param_file_path(), dir = path.substr(0, path.rfind('/'));
+    void TearDown() override {  // undoes whatever the scenario broke
+        std::rename((dir + ".away").c_str(), dir.c_str());
+        rmdir(path.c_str());
     }
 };
 
-class TurnedThroughManyAttitudes : public ::testing::TestWithParam<unsigned> {};
-
 TEST_P(TurnedThroughManyAttitudes, LevelClimbsAndTheOffsetIsFoundAndKept) {
     // GIVEN a fresh module, no stored offset, and a device with a hard-iron offset
-    const unsigned seed = GetParam();
+    const Scenario s = GetParam();
     testsupport::remove_param_file();
+    const bool unwritable = s.trouble == kFolderMissing || s.trouble == kFolderInPlaceOfTheFile;
+    ASSERT_EQ(s.trouble == kFolderMissing            ? std::rename(dir.c_str(), (dir + ".away").c_str())
+              : s.trouble == kFolderInPlaceOfTheFile ? mkdir(path.c_str(), 0700)
+                                                     : 0,
+              0);
     Module mod;
     ASSERT_TRUE(mod.m.ok());
-    const Vec3 truth{20.0f + 3.0f * seed, -35.0f + 2.0f * seed, 12.0f - 4.0f * seed};
-    TurningDevice device(seed, truth, 45.0f, 0.3f);
-    // WHEN it is turned through many attitudes in a 45 µT field
+    const Vec3 truth{20.0f + 3.0f * s.seed, -35.0f + 2.0f * s.seed, 12.0f - 4.0f * s.seed};
+    TurningDevice device(s.seed, truth, 45.0f, 0.3f);
+    for (float bad : {INFINITY, -INFINITY, 3.4e38f, -1e30f, 1e-45f}) {
+        for (int axis = 0; axis < 3 && s.trouble == kBadSamples; ++axis) {  // on every axis
+            sensors_event_t in = make_event(kMag, 10, 10, 10);
+            in.data[axis] = bad;
+            mod.raw(in);
+        }
+    }
+    // WHEN it is turned through many attitudes in a 45 µT field (with bad samples, a NaN
+    // now and then, spoiling that buffer's fit)
     int level = 0, climbs = 0, samples_at_three = 0;
     for (int i = 0; i < 6000 && samples_at_three < 1500; ++i) {
-        const sensors_event_t out = mod.feed(device.next());
+        Vec3 f = device.next();
+        f.y = s.trouble == kBadSamples && i % 150 == 149 ? NAN : f.y;
+        const sensors_event_t out = mod.feed(f);
+        if (s.trouble == kBadSamples && i == 11) {  // ten good samples later no bad one is left
+            for (int k = 0; k < 3; ++k) EXPECT_TRUE(std::isfinite(out.data[k])) << k;
+        }
         // THEN the level climbs one step at a time and never falls back
         ASSERT_TRUE(out.vector.status == level || out.vector.status == level + 1) << "sample " << i;
         climbs += out.vector.status != level;
@@ -84,18 +107,24 @@ TEST_P(TurnedThroughManyAttitudes, LevelClimbsAndTheOffsetIsFoundAndKept) {
         EXPECT_EQ(out.vector.reserved[0], 0xA5) << "only the status byte is written";
         // AND from level 2 on the file holds the offset in force, as printed
         std::string bytes;
-        if (level >= 2) { ASSERT_TRUE(testsupport::read_param_file(&bytes) && bytes == printed(mod.offset())) << i; }
+        if (level >= 2 && !unwritable) { ASSERT_TRUE(testsupport::read_param_file(&bytes) && bytes == printed(mod.offset())) << i; }
     }
     ASSERT_EQ(level, 3);
     EXPECT_EQ(climbs, 3);
     // AND the offset is close to the truth
     EXPECT_LT(distance(mod.offset(), truth), 5.0f);
     RecordProperty("offset_error_uT", std::to_string(distance(mod.offset(), truth)));
-    // AND a device held still reads the field without the offset
+    if (unwritable) {  // the write reports the failed open
+        const float o[3] = {1, 2, 3};
+        EXPECT_EQ(mod.m.symbol<int32_t(const float *)>("WriteParameterToFile")(o), -17);
+        return;
+    }
+    // AND a device held still reads the field without the offset (not after a NaN sample:
+    // it stays in the output low-pass for good)
     const Vec3 field{30.0f, -25.0f, -24.0f};
     sensors_event_t out{};
     for (int i = 0; i < 60; ++i) out = mod.feed({truth.x + field.x, truth.y + field.y, truth.z + field.z});
-    magcal_test::expect3(out.data, field, 2.0f);
+    if (s.trouble != kBadSamples) magcal_test::expect3(out.data, field, 2.0f);
     // AND a freshly loaded library in another process starts from the stored offset
     std::string stored;
     ASSERT_TRUE(testsupport::read_param_file(&stored));
@@ -109,7 +138,10 @@ TEST_P(TurnedThroughManyAttitudes, LevelClimbsAndTheOffsetIsFoundAndKept) {
     EXPECT_NE(report.find("[  PASSED  ] 1 test."), std::string::npos) << report;
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, TurnedThroughManyAttitudes, ::testing::Values(1u, 2u, 3u, 4u, 5u));
+INSTANTIATE_TEST_SUITE_P(Seeds, TurnedThroughManyAttitudes,
+                         ::testing::Values(Scenario{1, kNone}, Scenario{2, kNone}, Scenario{3, kNone}, Scenario{4, kNone},
+                                           Scenario{5, kNone}, Scenario{6, kFolderMissing},
+                                           Scenario{7, kFolderInPlaceOfTheFile}, Scenario{8, kBadSamples}));
 
 // Run alone it checks a known file; run from the scenario, what the scenario stored.
 TEST(FreshLoad, StartsFromTheStoredOffsetOnItsFirstSample) {
@@ -144,26 +176,6 @@ TEST(RealRecording, FigureEightReachesLevelThreeNearThePhonesOwnEstimate) {
     EXPECT_LT(distance(found, phone), 5.0f) << printed(found);
     RecordProperty("offset_error_uT", std::to_string(distance(found, phone)));
 }
-
-// The file cannot be written, its folder missing or a folder in its place: the
-// calibration goes on and the write reports the failed open.
-class UnwritableFile : public ::testing::TestWithParam<bool> {};
-
-TEST_P(UnwritableFile, CalibrationGoesOn) {
-    const std::string path = testsupport::param_file_path(), dir = path.substr(0, path.rfind('/'));
-    testsupport::remove_param_file();
-    const bool folder_missing = GetParam();
-    ASSERT_EQ(folder_missing ? std::rename(dir.c_str(), (dir + ".away").c_str()) : mkdir(path.c_str(), 0700), 0);
-    Module mod;
-    TurningDevice device(11, {-15.0f, 25.0f, 30.0f}, 48.0f, 0.3f);
-    EXPECT_EQ(mod.calibrate(device), 3);
-    EXPECT_LT(distance(mod.offset(), {-15.0f, 25.0f, 30.0f}), 5.0f);
-    const float o[3] = {1, 2, 3};
-    EXPECT_EQ(mod.m.symbol<int32_t(const float *)>("WriteParameterToFile")(o), -17);
-    folder_missing ? std::rename((dir + ".away").c_str(), dir.c_str()) : rmdir(path.c_str());
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, UnwritableFile, ::testing::Bool());
 
 TEST(MagnetometerAlgorithms, OnlyTheFieldAndStatusAreDeliveredAndOtherEventsRejected) {
     testsupport::remove_param_file();
@@ -205,28 +217,6 @@ TEST(MagnetometerAlgorithms, ConfigLogsEnableAndRateChanges) {
     EXPECT_EQ(logs[0].tag, "sensor_cal.common");
     EXPECT_EQ(logs[0].text, "Enable status changed to 1\n");
     EXPECT_EQ(logs[1].text, "Polling rate changed to 200\n");
-}
-
-TEST(MagnetometerAlgorithms, BadSamplesDoNotStopTheCalibration) {
-    // GIVEN infinite and huge components on every axis
-    testsupport::remove_param_file();
-    Module mod;
-    for (float bad : {INFINITY, -INFINITY, 3.4e38f, -1e30f, 1e-45f}) {
-        for (int axis = 0; axis < 3; ++axis) {
-            sensors_event_t in = make_event(kMag, 10, 10, 10);
-            in.data[axis] = bad;
-            mod.raw(in);
-        }
-    }
-    // THEN ten good samples later the output no longer holds them
-    sensors_event_t out{};
-    for (int i = 0; i < 12; ++i) out = mod.feed({20.0f, -10.0f, 30.0f});
-    for (int i = 0; i < 3; ++i) EXPECT_TRUE(std::isfinite(out.data[i])) << i;
-    // AND WHEN the device is turned with a NaN sample now and then, spoiling that
-    // buffer's fit, the clean buffers still get the calibration there
-    TurningDevice device(7, {10.0f, 20.0f, -30.0f}, 45.0f, 0.3f);
-    EXPECT_EQ(mod.calibrate(device, [](int i, Vec3 *f) { f->y = i % 150 == 0 ? NAN : f->y; }), 3);
-    EXPECT_LT(distance(mod.offset(), {10.0f, 20.0f, -30.0f}), 5.0f);
 }
 
 }  // namespace
