@@ -106,6 +106,7 @@ TEST(RotationVector, WhatEntersTheFilters) {
 struct Attitude {
     float heading, pitch, roll;  // degrees
 };
+void PrintTo(const Attitude &a, std::ostream *os) { *os << a.heading << "_" << a.pitch << "_" << a.roll; }
 class SteadyAttitude : public ::testing::TestWithParam<Attitude> {};
 
 TEST_P(SteadyAttitude, SettlesOnTheAttitudeWithGravityAlongTrueGravity) {
@@ -188,6 +189,7 @@ struct BlendCase {
     Attitude at;
     float w_new, tolerance;
 };
+void PrintTo(const BlendCase &c, std::ostream *os) { PrintTo(c.at, os); }
 class BlendAfterTheDescent : public ::testing::TestWithParam<BlendCase> {};
 
 TEST_P(BlendAfterTheDescent, TakesTheNewEstimatesShareAndRestartsFromThePublishedVector) {

@@ -281,6 +281,7 @@ void expect_restarted() {
 // Readings that must not restart yet, the running and gross counts they leave, and the
 // reading that restarts.
 struct Disturbance { std::vector<Vec3> before; int noise, gross; Vec3 last; };
+void PrintTo(const Disturbance &d, std::ostream *os) { *os << d.before.size() + 1 << "_readings"; }
 class Supervision : public ::testing::TestWithParam<Disturbance> {};
 
 TEST_P(Supervision, RestartsOnTheReadingThatIsDue) {

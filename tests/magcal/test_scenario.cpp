@@ -60,6 +60,8 @@ struct Scenario {
     Trouble trouble;
 };
 
+void PrintTo(const Scenario &s, std::ostream *os) { *os << "seed_" << s.seed << "_trouble_" << s.trouble; }
+
 class TurnedThroughManyAttitudes : public ::testing::TestWithParam<Scenario> {
 protected:
     const std::string path = testsupport::param_file_path(), dir = path.substr(0, path.rfind('/'));
