@@ -46,11 +46,13 @@ struct SteadyDevice {
     SteadyDevice(float heading_deg, float pitch_deg, float roll_deg) {
         constexpr double kDegree = 3.14159265358979323846 / 180.0;
         const float e[3] = {static_cast<float>(double{heading_deg} * kDegree),
-                            static_cast<float>(double{pitch_deg} * kDegree), static_cast<float>(double{roll_deg} * kDegree)};
+                            static_cast<float>(double{pitch_deg} * kDegree),
+                            static_cast<float>(double{roll_deg} * kDegree)};
         init_dcm(e, q);
         const double q0 = q[0], q1 = q[1], q2 = q[2], q3 = q[3];
         // Rows of the earth-to-device rotation: columns 0 (north) and 2 (up).
-        const double north[3] = {q0 * q0 + q1 * q1 - q2 * q2 - q3 * q3, 2 * (q1 * q2 - q0 * q3), 2 * (q1 * q3 + q0 * q2)};
+        const double north[3] = {q0 * q0 + q1 * q1 - q2 * q2 - q3 * q3, 2 * (q1 * q2 - q0 * q3),
+                                 2 * (q1 * q3 + q0 * q2)};
         const double up[3] = {2 * (q1 * q3 - q0 * q2), 2 * (q2 * q3 + q0 * q1), q0 * q0 - q1 * q1 - q2 * q2 + q3 * q3};
         for (int i = 0; i < 3; ++i) {
             gravity_dir[i] = static_cast<float>(up[i]);

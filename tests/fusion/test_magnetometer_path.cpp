@@ -78,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(Headings, CalibratedPhoneHeldStill, ::testing::Values(-
 TEST(RealRecording, FigureEightGivesAUnitAttitudeAndGravityAlongTheAccelerometer) {
     // GIVEN a real phone waved through a figure-eight, its events in time order
     std::vector<testsupport::RecordedEvent> events;
-    if (!testsupport::read_figure_eight(&events)) GTEST_SKIP() << "no recording at " << testsupport::figure_eight_path();
+    if (!testsupport::read_figure_eight(&events)) GTEST_SKIP() << "no recording: " << testsupport::figure_eight_path();
     Phone phone;
     // WHEN magnetometer events go through the module and accelerometer samples, one
     // estimator step each, to the rotation vector

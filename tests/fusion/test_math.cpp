@@ -23,7 +23,8 @@ TEST(MatrixInv, KnownInversesIncludingRowAndColumnExchanges) {
         {3, {2, 0, 0, 0, 4, 0, 0, 0, 8}, {0.5f, 0, 0, 0, 0.25f, 0, 0, 0, 0.125f}},
         {2, {0, 1, 1, 0}, {0, 1, 1, 0}},  // a column exchange, undone as a row exchange (zeros may be -0)
         {3, {0, 0, 2, 0, 3, 0, 1, 0, 0}, {0, 0, 1, 0, 1.0f / 3.0f, 0, 0.5f, 0, 0}},  // row and column exchange
-        {4, {0, 0, 0, 4, 8, 0, 0, 0, 0, 2, 0, 0, 0, 0, 16, 0}, {0, 0.125f, 0, 0, 0, 0, 0.5f, 0, 0, 0, 0, 0.0625f, 0.25f, 0, 0, 0}},
+        {4, {0, 0, 0, 4, 8, 0, 0, 0, 0, 2, 0, 0, 0, 0, 16, 0},
+         {0, 0.125f, 0, 0, 0, 0, 0.5f, 0, 0, 0, 0, 0.0625f, 0.25f, 0, 0, 0}},
     };
     for (auto c : cases) {
         ASSERT_EQ(matrix_inv(c.a.data(), c.n), 1) << "n=" << c.n;
@@ -40,7 +41,9 @@ TEST(MatrixInv, RandomWellConditionedMatricesInvertBothWays) {
             // diagonal, so the elimination exchanges rows and columns.
             std::vector<float> a(static_cast<size_t>(n * n)), inv, p(a.size());
             for (int i = 0; i < n * n; ++i) a[i] = u(rng) + (i % (n + 1) == 0 ? (u(rng) < 0 ? -1.0f : 1.0f) * n : 0.0f);
-            for (int i = n - 1; i > 0; --i) std::swap_ranges(a.data() + i * n, a.data() + i * n + n, a.data() + (rng() % (i + 1)) * n);
+            for (int i = n - 1; i > 0; --i) {
+                std::swap_ranges(a.data() + i * n, a.data() + i * n + n, a.data() + (rng() % (i + 1)) * n);
+            }
             inv = a;
             ASSERT_EQ(matrix_inv(inv.data(), n), 1);
             for (auto product : {std::make_pair(a.data(), inv.data()), std::make_pair(inv.data(), a.data())}) {
@@ -138,7 +141,8 @@ TEST(InitDcm, EulerAnglesComeBackThroughTheRotationVectorsExtraction) {
     }
     // A heading above 3.1416 is wrapped once by 2 * 3.1416; 3.1416 itself and headings
     // below minus half a turn are not.
-    const float beyond[3] = {4.0f, 0.3f, -0.2f}, wrapped[3] = {static_cast<float>(4.0 - 2.0 * double{3.1416f}), 0.3f, -0.2f};
+    const float beyond[3] = {4.0f, 0.3f, -0.2f},
+                wrapped[3] = {static_cast<float>(4.0 - 2.0 * double{3.1416f}), 0.3f, -0.2f};
     init_dcm(beyond, q);
     init_dcm(wrapped, r);
     expect_bits(q, {r[0], r[1], r[2], r[3]});
