@@ -3,56 +3,35 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstring>
 
 #include "calmodule/magcal.h"
 #include "tests/magcal/sphere_samples.h"
 
 namespace {
-long calls_until_failure = -1;  // -1: never fail
-long calls = 0;
+long calls = 0, fail_at = -1;  // the call that fails, counted from 0; -1 none
 }  // namespace
 
 extern "C" void *__real_malloc(size_t size);
-extern "C" void *__wrap_malloc(size_t size) {
-    ++calls;
-    if (calls_until_failure == 0) {
-        calls_until_failure = -1;
-        return nullptr;
-    }
-    if (calls_until_failure > 0) --calls_until_failure;
-    return __real_malloc(size);
-}
-
-namespace {
+extern "C" void *__wrap_malloc(size_t size) { return calls++ == fail_at ? nullptr : __real_malloc(size); }
 
 TEST(AllocationFailure, FitGivesUpAsForASingularMatrixAndLeaksNothing) {
-    float fit_offset[3];
-    long needed = 0;
-    for (long fail_at = 0;; ++fail_at) {
+    for (fail_at = 0;; ++fail_at) {
         FusionInit();
         magcal_test::twelve_on_sphere({10, -20, 5}, 40, Msensor.dots);
         Msensor.dotsCount = 12;
         Msensor.dotsFull = 1;
-        const float untouched[3] = {-1, -1, -1};
-        std::memcpy(fit_offset, untouched, sizeof untouched);
+        float offset[3] = {-1, -1, -1};
         calls = 0;
-        calls_until_failure = fail_at;
-        const int32_t result = CalibrationFunc(&Msensor, fit_offset);
-        if (calls_until_failure == -1) {
-            // This run's allocation number fail_at failed.
-            ASSERT_EQ(result, -6) << "allocation " << fail_at;
-            EXPECT_EQ(Msensor.fitCount, 0);
-            EXPECT_EQ(std::memcmp(fit_offset, untouched, sizeof untouched), 0);
-        } else {
-            calls_until_failure = -1;
-            ASSERT_EQ(result, 3);  // every allocation succeeded
-            needed = calls;
+        const int32_t result = CalibrationFunc(&Msensor, offset);
+        if (calls <= fail_at) {  // every allocation succeeded
+            ASSERT_EQ(result, 3);
             break;
         }
+        SCOPED_TRACE(testing::Message() << "allocation " << fail_at << " of " << calls << " failed");
+        ASSERT_EQ(result, -6);
+        EXPECT_EQ(Msensor.fitCount, 0);
+        magcal_test::expect3(offset, {-1, -1, -1});
     }
-    // 4 rows of the matrix, 4 of the inverse, and the minors of 20 order-4 cofactors.
-    EXPECT_GT(needed, 8);
+    fail_at = -1;
+    EXPECT_GT(calls, 8);  // 4 rows of the matrix, 4 of the inverse, and the minors of 20 cofactors
 }
-
-}  // namespace

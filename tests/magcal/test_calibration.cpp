@@ -1,0 +1,429 @@
+// The calibration seen from inside the module: cofactor inverse, sphere fit, sample
+// selection, state machine and supervision, output filters, parameter file.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "calmodule/magcal.h"
+#include "calmodule/module.h"
+#include "magcal/calibration_state.h"
+#include "support/test_env.h"
+#include "tests/magcal/sphere_samples.h"
+
+namespace {
+
+using magcal_test::expect3;
+using magcal_test::twelve_on_sphere;
+using magcal_test::Vec3;
+using quarvel::cali_level;
+using quarvel::cali_mag_values;
+using quarvel::cali_offset;
+using testsupport::write_param_file;
+
+TEST(CofactorInverse, DeterminantAndInverseExamples) {
+    struct Rows {  // what Input and Inverse allocate
+        double *r[4] = {};
+        ~Rows() { for (double *p : r) std::free(p); }
+    };
+    const struct { int n; double m[4][4], det, inverse[4][4]; } cases[] = {
+        {1, {{5}}, 5, {{0.2}}},
+        {2, {{4, 7}, {2, 6}}, 10, {{0.6, -0.7}, {-0.2, 0.4}}},
+        {2, {{1, 2}, {3, 4}}, -2, {{-2, 1}, {1.5, -0.5}}},
+        {4, {{0, 2, 0, 0}, {0, 0, 0, 4}, {8, 0, 0, 0}, {0, 0, 1, 0}}, -64,
+         {{0, 0, 0.125, 0}, {0.5, 0, 0, 0}, {0, 0, 0, 1}, {0, 0.25, 0, 0}}},
+        {4, {{1, 2, 3, 4}, {5, 6, 7, 8}, {1, 2, 3, 4}, {2, 0, 1, 9}}, 0, {}},  // equal rows
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << "order " << c.n << ", determinant " << c.det);
+        Rows a, inv;
+        Input(a.r, c.n, c.n, c.m);
+        ASSERT_EQ(Determinant(a.r, c.n), c.det);
+        if (c.det == 0 || c.n == 1) continue;  // order 1 has no minor to form an adjugate from
+        Inverse(a.r, inv.r, c.n, c.det);
+        double out[4][4] = {};
+        Output(inv.r, c.n, c.n, out);
+        for (int i = 0; i < 16; ++i) EXPECT_EQ(out[i / 4][i % 4], c.inverse[i / 4][i % 4]) << i;
+        if (c.n != 2) continue;
+        EXPECT_EQ(Cofactor(a.r, 2, 0, 1), c.m[1][0]);  // the minor of (0, 1)...
+        EXPECT_EQ(AlCo(a.r, 2, 0, 1), -c.m[1][0]);     // ...and its signed cofactor
+    }
+    EXPECT_EQ(Determinant(nullptr, 0), 0.0);
+    EXPECT_EQ(Determinant(nullptr, 12), 0.0);  // beyond the minor table: refused
+}
+
+float fit_offset[3] = {-1, -1, -1};
+int32_t fit(const Vec3 &centre, float radius, void (*spoil)() = [] {}) {
+    twelve_on_sphere(centre, radius, Msensor.dots);
+    Msensor.dotsCount = 12;
+    Msensor.dotsFull = 1;
+    spoil();
+    return CalibrationFunc(&Msensor, fit_offset);
+}
+
+TEST(SphereFit, ExactSamplesGiveTheCentreAndRefusalsLeaveTheOffsetAlone) {
+    const struct { const char *what; float radius; void (*spoil)(); int32_t code; } refusals[] = {
+        {"radius beyond an earth-like field", 60, [] {}, -7},
+        {"a (0, 0, 0) sample", 40, [] { Msensor.dots[7][0] = Msensor.dots[7][1] = Msensor.dots[7][2] = 0; }, -5},
+        {"no real sphere: never a NaN radius", 40, [] { Msensor.dots[3][1] = NAN; }, -7},
+        {"buffer not handed over", 40, [] { Msensor.dotsFull = 0; }, -9},
+    };
+    for (const auto &r : refusals) EXPECT_EQ(fit({10, -20, 5}, r.radius, r.spoil), r.code) << r.what;
+    EXPECT_EQ(Msensor.fitCount, 0);
+    expect3(fit_offset, {-1, -1, -1});
+
+    ASSERT_EQ(fit({10, -20, 5}, 40), 3);
+    EXPECT_EQ(Msensor.fitCount, 1);
+    const float sphere[4] = {20, -40, 10, -1075};
+    for (int i = 0; i < 4; ++i) EXPECT_NEAR(Msensor.sphere[0][i], sphere[i], i < 3 ? 1e-3f : 1e-2f) << i;
+    EXPECT_NEAR(Msensor.radius[0], 40.0f, 1e-3f);
+    expect3(fit_offset, {10, -20, 5}, 1e-3f);
+    EXPECT_EQ(Msensor.dotsCount, 12);  // selection, not the fit, empties the buffer
+    EXPECT_EQ(Msensor.dotsFull, 1);
+}
+
+TEST(SphereFit, HeldFitsAndDeviationRuns) {
+    // Each step: the fit, its result, the fits held, the deviation run, the offset after
+    // (the mean centre of the held fits; a refusal leaves it alone).
+    struct Step { Vec3 centre; float radius; int32_t code; int held, deviations; Vec3 offset; };
+    const Vec3 c{10, -20, 5}, c12{12, -20, 5};
+    const std::vector<Step> histories[] = {
+        // A second fit far from the first replaces it.
+        {{c, 40, 3, 1, 0, c}, {{14, -16, 1}, 46, 3, 1, 0, {14, -16, 1}}},
+        // A moderate deviation is left out of the mean; a gross one discards every fit.
+        {{c, 40, 3, 1, 0, c}, {c12, 40, 3, 2, 0, {11, -20, 5}}, {{14, -20, 5}, 40, 3, 3, 0, c12},
+         {{30, 30, 30}, 45, 3, 3, 1, c12}, {c, 49, -8, 0, 0, c12}},
+        // Five moderate deviations in a row discard every fit.
+        {{c, 40, 3, 1, 0, c}, {c, 40, 3, 2, 0, c}, {c, 40, 3, 3, 0, c}, {c, 45, 3, 3, 1, c}, {c, 45, 3, 3, 2, c},
+         {c, 45, 3, 3, 3, c}, {c, 45, 3, 3, 4, c}, {c, 45, -8, 0, 0, c}},
+    };
+    for (const auto &history : histories) {
+        FusionInit();
+        for (size_t i = 0; i < history.size(); ++i) {
+            const Step &s = history[i];
+            SCOPED_TRACE(testing::Message() << "history " << &history - histories << ", fit " << i);
+            ASSERT_EQ(fit(s.centre, s.radius), s.code);
+            EXPECT_EQ(Msensor.fitCount, s.held);
+            EXPECT_EQ(Msensor.radiusErrCount, s.deviations);
+            expect3(fit_offset, s.offset, 1e-3f);
+            if (s.held == 0) { EXPECT_EQ(Msensor.radius[0], 0.0f); }
+        }
+    }
+}
+
+TEST(SphereFit, SixtiethFitKeepsTheThirtyNewestNewestFirst) {
+    for (int i = 0; i < 59; ++i) {
+        Msensor.radius[i] = 40.0f;
+        Msensor.sphere[i][0] = static_cast<float>(i);  // tags the fit's age
+    }
+    Msensor.fitCount = 59;
+    ASSERT_EQ(fit({10, -20, 5}, 40), 3);
+    EXPECT_EQ(Msensor.fitCount, 30);
+    EXPECT_NEAR(Msensor.sphere[0][0], 20.0f, 1e-3f);  // the new fit
+    for (int i = 1; i < 30; ++i) EXPECT_EQ(Msensor.sphere[i][0], static_cast<float>(59 - i)) << i;
+    for (int i = 30; i < 60; ++i) EXPECT_EQ(Msensor.radius[i], 0.0f) << i;
+    for (int i = 30; i < 60; ++i) EXPECT_EQ(Msensor.sphere[i][0], 0.0f) << i;
+}
+
+int32_t offer(float x, float y, float z, int16_t permitted = 1) {
+    const float m[3] = {x, y, z};
+    return DotsSelection(m, &Msensor, &permitted);
+}
+
+TEST(Selection, RangePermissionSpreadAndTheConsumedBuffer) {
+    const struct { float x, y, z; int16_t permitted; int32_t code, buffered; } rows[] = {
+        {501, 0, 0, 1, -13, 0}, {0, -501, 0, 1, -13, 0}, {0, 0, 801, 1, -13, 0}, {INFINITY, 0, 0, 1, -13, 0},
+        {0, 0, 799, 1, -10, 0}, {201, 0, 0, 1, -10, 0},  {200, 200, 360, 1, 4, 1},
+        {50, 50, 50, 0, -11, 1},     // facing down: not permitted
+        {10, 10, 10, 1, 4, 2},       {20, 20, 10.5f, 1, -11, 2},  // z within 0.5 of a buffered one
+        {12, 13, 13, 1, -11, 2},     // differences sum to 8
+        {13, 13, 13, 1, 4, 3},       // 3 + 3 + 3
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(offer(r.x, r.y, r.z, r.permitted), r.code) << r.x << ", " << r.y << ", " << r.z;
+        EXPECT_EQ(Msensor.dotsCount, r.buffered) << r.x << ", " << r.y << ", " << r.z;
+    }
+    // Twelve samples are handed over once; the next admitted sample empties the buffer.
+    FusionInit();
+    float s[12][3];
+    twelve_on_sphere({10, -20, 5}, 40, s);
+    for (int i = 0; i < 12; ++i) {
+        ASSERT_EQ(offer(s[i][0], s[i][1], s[i][2]), 4) << i;
+        ASSERT_EQ(DotsNumCheck(&Msensor), i < 11 ? -4 : 2) << i;
+    }
+    EXPECT_EQ(Msensor.dotsFull, 1);
+    EXPECT_EQ(DotsNumCheck(&Msensor), -4);
+    EXPECT_EQ(offer(100, 100, 100, 0), -11);  // not permitted: the buffer stays
+    EXPECT_EQ(Msensor.dotsCount, 12);
+    EXPECT_EQ(offer(100, 100, 100), -11);  // consumed: emptied, sample discarded
+    EXPECT_EQ(Msensor.dotsCount, 0);
+    EXPECT_EQ(Msensor.dotsFull, 0);
+    EXPECT_EQ(Msensor.dots[0][0], 0.0f);
+}
+
+TEST(Selection, OffShellReadingsReplaceTheNewestAndTheTenthIsReported) {
+    Msensor.fitCount = 2;  // two held fits around (10, -20, 5)
+    for (float *s : {Msensor.sphere[0], Msensor.sphere[1]}) s[0] = 20, s[1] = -40, s[2] = 10;
+    ASSERT_EQ(offer(50, -20, 5), 4);  // on the shell, 40 µT out
+    ASSERT_EQ(offer(10, 20, 8), 4);
+    EXPECT_EQ(offer(-30, -30, 60), 4);  // about 70 µT out: takes the newest slot
+    EXPECT_EQ(Msensor.dotsCount, 2);
+    EXPECT_EQ(Msensor.dots[1][0], -30.0f);
+    EXPECT_EQ(noise_flag, 1);
+    EXPECT_EQ(offer(12, -18, 12), 4);  // 7.5 µT from the centre: inside the shell
+    EXPECT_EQ(Msensor.dots[1][2], 12.0f);
+    EXPECT_EQ(noise_flag, 2);
+    // With nothing buffered an off-shell reading becomes the first sample.
+    FusionInit();
+    Msensor.fitCount = 2;
+    Msensor.sphere[0][0] = Msensor.sphere[1][0] = 20.0f;
+    noise_flag = 0;
+    for (int i = 0; i < 9; ++i) {
+        ASSERT_EQ(offer(80.0f + i, 3.0f * i, -2.0f * i), 4) << i;
+        EXPECT_EQ(Msensor.dotsCount, 1);
+        EXPECT_EQ(Msensor.dots[0][0], 80.0f + i);
+    }
+    EXPECT_EQ(noise_flag, 9);
+    EXPECT_EQ(offer(95, 0, 0), -10);
+    EXPECT_EQ(noise_flag, 0);
+    EXPECT_EQ(Msensor.dots[0][0], 88.0f);  // the reported reading is not stored
+}
+
+// Calls Fusion as the driver does, on its state; returns result and new_offset_flag.
+std::pair<int32_t, int32_t> fusion(float x, float y, float z) {
+    const float m[3] = {x, y, z};
+    int32_t flag = 0;
+    const int32_t r = Fusion(m, cali_mag_values, cali_offset, &cali_level, &flag, &cali_flag, &cali_ret,
+                             quarvel::noise_mag_delta);
+    return {r, flag};
+}
+
+// Twelve samples of the sphere (the last attempts the fit), then one more that empties
+// the consumed buffer; returns new_offset_flag of the fitting call.
+int32_t feed_sphere(const Vec3 &c, float radius) {
+    float s[12][3];
+    twelve_on_sphere(c, radius, s);
+    for (int i = 0; i < 11; ++i) EXPECT_EQ(fusion(s[i][0], s[i][1], s[i][2]).first, -3) << i;
+    const auto fitted = fusion(s[11][0], s[11][1], s[11][2]);
+    EXPECT_EQ(fitted.first, 1);
+    EXPECT_EQ(fusion(c.x + radius, c.y, c.z).first, -3);
+    EXPECT_EQ(Msensor.dotsCount, 0);
+    return fitted.second;
+}
+
+TEST(Fusion, CalibratedFieldUsesTheSelectedOffsetThenTheDisturbance) {
+    cali_mag_values[0] = 4.0f;
+    EXPECT_EQ(fusion(0, 0, 0), std::make_pair(-2, 0));  // not a sample: nothing changes
+    EXPECT_EQ(cali_mag_values[0], 4.0f);
+    EXPECT_EQ(Msensor.dotsCount, 0);
+    const float latest[3] = {10, -5, 2};
+    FusionSetOffset(latest);
+    EXPECT_EQ(fusion(30, 20, -40).first, -3);
+    expect3(cali_mag_values, {20, 25, -42});
+    quarvel::noise_mag_delta[0] = 0.5f;
+    fusion(31, 20, -40);
+    EXPECT_EQ(cali_mag_values[0], 20.5f);
+    OptimalOffset[0] = 1.0f;
+    optimalFlag = 1;
+    fusion(32, 20, -40);
+    EXPECT_EQ(cali_mag_values[0], 30.5f);
+    optimalFlag = 2;
+    fusion(33, 20, -40);
+    expect3(cali_mag_values, {0, 0, 0});
+}
+
+TEST(Fusion, LevelClimbsWithTheHeldFitsAndAsksForPersistenceFromTwo) {
+    const Vec3 centre{12, -18, 4};
+    quarvel::noise_mag_delta[1] = 3.0f;
+    // The call that accepts the first offset still reports with the old one (zero).
+    float s[12][3];
+    twelve_on_sphere(centre, 44, s);
+    for (int i = 0; i < 11; ++i) fusion(s[i][0], s[i][1], s[i][2]);
+    EXPECT_EQ(fusion(s[11][0], s[11][1], s[11][2]), std::make_pair(1, 0));
+    expect3(cali_mag_values, {s[11][0], s[11][1] - 3.0f, s[11][2]});  // and the old disturbance
+    EXPECT_EQ(cali_level, 1);
+    EXPECT_EQ(quarvel::noise_mag_delta[1], 0.0f);
+    expect3(cali_offset, centre, 1e-3f);
+    expect3(LatestOffset, centre, 1e-3f);
+    EXPECT_EQ(fusion(60, 0, 0).first, -3);  // empties the consumed buffer
+    EXPECT_EQ(feed_sphere(centre, 44), 1);
+    EXPECT_EQ(cali_level, 2);
+    for (int n = 3; n <= 5; ++n) {
+        optimalFlag = 1;
+        EXPECT_EQ(feed_sphere(centre, 44), 1);
+        EXPECT_EQ(cali_level, 3);
+        EXPECT_EQ(Msensor.fitCount, n);
+        EXPECT_EQ(optimalFlag, n > 4 ? 0 : 1);  // cleared once more than four fits are held
+    }
+    optimalFlag = 0;
+    // A refused fit (radius 57: on the shell, no earth field) re-derives the level from
+    // the unchanged count.
+    EXPECT_EQ(feed_sphere(centre, 57), 1);
+    EXPECT_EQ(Msensor.fitCount, 5);
+}
+
+// Supervision starts from two held fits at level 2 with an accepted offset. A restart
+// leaves level 0 and an empty record, and keeps the offset in force.
+void hold_two_fits() {
+    feed_sphere({12, -18, 4}, 44);
+    feed_sphere({12, -18, 4}, 44);
+    ASSERT_EQ(cali_level, 2);
+}
+void expect_restarted() {
+    static const magcal_record empty = {};
+    EXPECT_EQ(cali_level, 0);
+    EXPECT_EQ(noiseCount, 0);
+    EXPECT_EQ(l_noiseCount, 0);
+    EXPECT_EQ(std::memcmp(&Msensor, &empty, sizeof empty), 0);
+    expect3(LatestOffset, {12, -18, 4}, 1e-3f);
+    expect3(cali_offset, {12, -18, 4}, 1e-3f);
+}
+
+// Readings that must not restart yet, the running and gross counts they leave, and the
+// reading that restarts.
+struct Disturbance { const char *name; std::vector<Vec3> before; int noise, gross; Vec3 last; };
+void PrintTo(const Disturbance &d, std::ostream *os) { *os << d.name; }
+class Supervision : public ::testing::TestWithParam<Disturbance> {};
+
+TEST_P(Supervision, RestartsOnTheReadingThatIsDue) {
+    hold_two_fits();
+    for (const Vec3 &v : GetParam().before) EXPECT_EQ(fusion(v.x, v.y, v.z).first, -3);
+    EXPECT_EQ(noiseCount, GetParam().noise);
+    EXPECT_EQ(l_noiseCount, GetParam().gross);
+    EXPECT_EQ(cali_level, 2);  // not yet
+    EXPECT_EQ(Msensor.fitCount, 2);
+    EXPECT_EQ(Msensor.dotsCount, 0);  // each emptied the buffer
+    fusion(GetParam().last.x, GetParam().last.y, GetParam().last.z);
+    expect_restarted();
+    fusion(62, -18, 4);  // the calibrated output goes on with the kept offset
+    EXPECT_NEAR(cali_mag_values[0], 50.0f, 1e-3f);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Disturbances, Supervision,
+    ::testing::Values(  // three gross readings: each clears the running count
+        Disturbance{"33_implausible", [] { std::vector<Vec3> v(33, {250, 0, 0}); v[0] = {30, 30, 30}; return v; }(),
+                    32, 0, {250, 0, 0}},
+        Disturbance{"3_gross", {{250, 0, 0}, {600, 0, 0}, {600, 0, 0}}, 0, 2, {0, 0, 900}}));
+
+TEST(RestartRequest, RestartsOnEveryCallWhileSet) {
+    hold_two_fits();
+    cali_ret = 1;
+    for (int i = 0; i < 30; ++i) {
+        EXPECT_EQ(fusion(50.0f + i * 3.0f, -i * 2.0f, i * 1.5f).first, -3);
+        expect_restarted();
+    }
+    cali_ret = 0;
+    EXPECT_EQ(fusion(50, 0, 0).first, -3);
+    EXPECT_EQ(Msensor.dotsCount, 1);
+}
+
+TEST(OutputFilter, TenSampleTrimmedMeanPerAxisThenTheLowPassAndSpikesIgnored) {
+    const float expected[10] = {0x0p+0f,        0x0p+0f,        0x1p+0f,        0x1.733334p+1f, 0x1.670a3ep+2f,
+                                0x1.219168p+3f, 0x1.a49c76p+3f, 0x1.1d4668p+4f, 0x1.60bf5ep+4f, 0x1.9d7908p+4f};
+    cali_mag_values[0] = -60.0f;
+    cali_mag_values[1] = 60.0f;
+    for (int i = 0; i < 10; ++i) {
+        float out[3];
+        get_magnetic_values(out);
+        expect3(out, {-expected[i], expected[i], 0});
+    }
+    for (float spike : {900.0f, 60.0f, -900.0f, 900.0f}) {  // at most two at either end of the ten
+        float v[3] = {-60.0f, spike, 0.0f};
+        RCalibrationXYZ(v);
+        expect3(v, {-60, 60, 0});
+    }
+}
+
+TEST(ParameterFile, WritesThePrintedValuesAndReadsThemBack) {
+    const struct { float v[3]; const char *text; int32_t read; } cases[] = {
+        {{12.5f, -3.25f, 40}, "12.500000:-3.250000:40.000000:", 8},
+        {{0, -0.0f, 0}, "0.000000:-0.000000:0.000000:", 8},
+        {{1, 2, 3}, "1.000000:2.000000:3.000000:", 8},  // truncated: nothing of the longer text left
+        {{-1e5f, -1e5f, -1e5f}, "-100000.000000:-100000.000000:-100000.000000:", -20},  // too long to read
+    };
+    for (const auto &c : cases) {
+        ASSERT_EQ(WriteParameterToFile(c.v), 7);
+        std::string text;
+        EXPECT_TRUE(testsupport::read_param_file(&text));
+        EXPECT_EQ(text, c.text);
+        float back[3] = {};
+        EXPECT_EQ(ReadParameterFromFile(back), c.read) << c.text;
+        if (c.read == 8) expect3(back, {c.v[0], c.v[1], c.v[2]});
+    }
+}
+
+TEST(ParameterFile, ReaderCodesForMalformedFiles) {
+    const float u = 77.0f;  // untouched
+    const struct { const char *what; std::string bytes; int32_t code; Vec3 values; } cases[] = {
+        {"longer first field", "-123.456789:5.000000:7.000000:", 8, {-123.456789f, 5.0f, 7.0f}},
+        {"trailing newline", "1.000000:2.000000:3.000000:\n", 8, {1, 2, 3}},
+        {"empty", "", -20, {u, u, u}},
+        {"20 bytes", "1.00000:2.00000:3.0:", -20, {u, u, u}},
+        {"43 bytes", "1.0000000000000:2.000000000000:3.000000000:", -20, {u, u, u}},
+        {"two colons", "11.000000:22.000000:3", -22, {11, 22, u}},
+        {"33-character field", "000000000000000000000000000000000:1:2:", -21, {u, u, u}},
+        {"no colon at all", "123456789012345678901234", -22, {0, u, u}},
+        {"binary", std::string("\0\0\xff\x01:\x80\0:\n\n:\0\0\0\0\0\0\0\0\0\0\xfe", 23), -22, {0, u, u}},
+        {"second line shorter", "1.000000:2.000000:3.000000:\n9:", 8, {9, 0, 2}},
+        {"last line wins", "11.500000:22.500000:\n7:8:9:\n", 8, {7, 8, 9}},
+        {"missing", "", -19, {u, u, u}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        write_param_file(c.bytes);
+        if (c.code == -19) testsupport::remove_param_file();
+        float v[3] = {u, u, u};
+        EXPECT_EQ(ReadParameterFromFile(v), c.code);
+        expect3(v, c.values);
+    }
+}
+
+TEST(ParameterFile, SaveStopsAtTheFirstFailedPrint) {
+    write_param_file("");
+    FILE *read_only = std::fopen(testsupport::param_file_path(), "r");  // printing to it fails
+    FILE *tmp = std::tmpfile();
+    ASSERT_TRUE(read_only && tmp);
+    const float v[3] = {1, 2, 3};
+    EXPECT_EQ(SaveParameterNumber(read_only, v), -16);
+    EXPECT_EQ(SaveParameterNumber(tmp, v), 6);
+    std::fclose(read_only);
+    std::fclose(tmp);
+}
+
+TEST(Driver, TheFirstRealSampleLoadsTheStoredOffsetOnce) {
+    float o[3];
+    write_param_file("99.000000:99.000000:99.000000:");
+    EXPECT_EQ(qv730_run_library(0.0f, 0.0f, 0.0f), -15);  // not a sample: no read
+    write_param_file("12.500000:-3.250000:40.000000:");
+    EXPECT_EQ(qv730_run_library(1.0f, 0.0f, 0.0f), 5);
+    get_magnetic_offset(o);
+    expect3(o, {12.5f, -3.25f, 40.0f});
+    expect3(LatestOffset, {12.5f, -3.25f, 40.0f});
+    // Once per load, whatever happens to the file or the module afterwards.
+    write_param_file("1.000000:1.000000:1.000000:");
+    scmi.methods->init();
+    EXPECT_EQ(qv730_run_library(30.0f, 20.0f, 10.0f), 5);
+    get_magnetic_offset(o);
+    EXPECT_EQ(o[0], 12.5f);
+    int32_t level = -1;
+    get_calilevel_value(&level);
+    EXPECT_EQ(level, 0);
+}
+
+TEST(Driver, ScalesRawCountsAndStartsFromWhatAFailedReadParsed) {
+    write_param_file("11.000000:22.000000:3");
+    EXPECT_EQ(qv730_run_library(2.0f, -2.0f, 1.0f), 5);
+    expect3(Msensor.dots[0], {3.0f, -3.0f, 0x1.4ccccc8p+1f});  // 2.6f: 2.5999999046325684
+    expect3(LatestOffset, {11, 22, 0});  // in force for the calibration...
+    float o[3];
+    get_magnetic_offset(o);
+    expect3(o, {0, 0, 0});  // ...but not reported as a stored offset
+}
+
+}  // namespace
