@@ -3,6 +3,12 @@
 // first-order low-pass, which together keep single spikes and sensor noise out of a
 // compass needle. The rings start as zeros, so the output ramps up over the first
 // samples after load; nothing resets the filters afterwards.
+//
+// A NaN sample is not screened here: a lone one is usually dropped by the trimmed
+// mean, but one that reaches the low-pass memory keeps the delivered field NaN until
+// the library is reloaded (the level and the offset are unaffected, since the fit never
+// holds a NaN radius). We keep the filters' arithmetic the same for every input rather
+// than invent a recovery rule; a HAL whose chip can report NaN drops such samples.
 #include <cstdint>
 
 #include "calmodule/magcal.h"
