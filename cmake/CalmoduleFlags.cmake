@@ -19,3 +19,11 @@ if(CALMODULE_SANITIZE)
   add_compile_options(-fsanitize=${CALMODULE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${CALMODULE_SANITIZE})
 endif()
+
+# arm64 devices may run with 16 KiB pages; a library whose LOAD segments are aligned
+# to less does not load there. 16 KiB alignment loads on 4 KiB-page devices too.
+function(calmodule_page_alignment target)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64|ARM64)$")
+    target_link_options(${target} PRIVATE -Wl,-z,max-page-size=16384)
+  endif()
+endfunction()
