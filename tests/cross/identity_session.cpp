@@ -1,7 +1,7 @@
 // A fixed, deterministic session through the module, printed bit-exactly.
 //
 // The module is loaded as a HAL loads it. A synthetic phone lies still, turns about
-// each of its axes, lies face down, sees a magnetic disturbance, and finally receives
+// two axes at a time, lies face down, sees magnetic disturbances, and finally receives
 // broken samples; its accelerometer, magnetometer, light and proximity events go
 // through the four algorithms, and the exported estimators, tilt, matrix and AKFS_
 // functions are called directly with fixed arguments. Every output is printed as an
@@ -150,23 +150,27 @@ constexpr float kHardIron[3] = {14.0f, -9.0f, 23.0f};    // µT, fixed to the de
 // The driver scales raw samples by 1.5, 1.5 and 2.6 into µT; the session feeds raw values.
 constexpr float kRawPerMicrotesla[3] = {0x1.555556p-1f, 0x1.555556p-1f, 0x1.89d89ep-2f};
 
+// A phase turns the phone by 0.05 rad per sample about up to two device axes at once
+// (both axes turning keeps every field component moving, so the calibration finds
+// well-spread samples), or holds it still.
 struct Phase {
     int steps;
-    int axis;       // -1: lie still
+    int axis_a;  // -1: none
+    int axis_b;  // -1: none
     int direction;  // +1 / -1
     const char *what;
 };
 
 constexpr Phase kPhases[] = {
-    {30, -1, 0, "flat and still"},
-    {60, 0, +1, "turning about x"},
-    {60, 1, +1, "turning about y"},
-    {60, 2, +1, "turning about z"},
-    {30, 0, -1, "turning back about x"},
-    {40, -1, 0, "still, with a magnetic disturbance"},
-    {30, -1, 0, "face down"},
-    {40, 1, -1, "turning about y from face down"},
-    {20, -1, 0, "still again"},
+    {20, -1, -1, 0, "flat and still"},
+    {70, 0, 1, +1, "turning about x and y"},
+    {70, 1, 2, +1, "turning about y and z"},
+    {70, 2, 0, -1, "turning back about z and x"},
+    {20, -1, -1, 0, "face down"},
+    {60, 0, 2, +1, "turning about x and z from face down"},
+    {90, -1, -1, 0, "still, with magnetic disturbances"},
+    {70, 1, 0, -1, "turning back about y and x"},
+    {20, -1, -1, 0, "still again"},
 };
 
 // ---- the module's exported functions, found by name --------------------------------
@@ -219,7 +223,7 @@ void run_events(const LoadedModule &m) {
     VectorEstimator *gravity = find<VectorEstimator>("get_gravity_value");
     VectorEstimator *linear = find<VectorEstimator>("get_la_value");
     VectorEstimator *soft_gyro = find<VectorEstimator>("get_soft_gyro_value");
-    const float *update_q = find<const float>("update_Q");
+    // The calibration flags the orientation computation raises and clears.
     const int16_t *cali_flag = find<const int16_t>("cali_flag");
     const int16_t *cali_ret = find<const int16_t>("cali_ret");
 
@@ -234,18 +238,25 @@ void run_events(const LoadedModule &m) {
         Line("phase %04d", step).word(phase.what);
         if (std::strcmp(phase.what, "face down") == 0) attitude = {{1, 0, 0, 0, -1, 0, 0, 0, -1}};
         for (int k = 0; k < phase.steps; ++k, ++step) {
-            if (phase.axis >= 0) attitude = multiply(attitude, step_rotation(phase.axis, phase.direction));
+            if (phase.axis_a >= 0) attitude = multiply(attitude, step_rotation(phase.axis_a, phase.direction));
+            if (phase.axis_b >= 0) attitude = multiply(attitude, step_rotation(phase.axis_b, phase.direction));
             float acc[3];
             float field[3];
             to_device(attitude, kGravity, acc);
             to_device(attitude, kEarthField, field);
-            const bool disturbed = phase.axis < 0 && std::strstr(phase.what, "disturbance") && k >= 10 && k < 25;
             float raw[3];
             for (int i = 0; i < 3; ++i) {
                 acc[i] = acc[i] + noise.next(0.05f);
-                float f = field[i] + kHardIron[i] + noise.next(0.4f);
-                if (disturbed && i == 0) f = f + 30.0f;
-                raw[i] = f * kRawPerMicrotesla[i];
+                raw[i] = (field[i] + kHardIron[i] + noise.next(0.4f)) * kRawPerMicrotesla[i];
+            }
+            // Once the phone has lain still long enough for the orientation to hold: a
+            // magnet near it for a while, then one wild sample.
+            if (std::strstr(phase.what, "disturbances")) {
+                if (k >= 50 && k < 65) raw[0] = raw[0] + 30.0f;
+                if (k == 75) {
+                    raw[0] = raw[0] + 2500.0f;
+                    raw[1] = raw[1] + 10.0f;
+                }
             }
 
             // The HAL's order: the accelerometer event, then the magnetometer event to
@@ -295,7 +306,6 @@ void run_events(const LoadedModule &m) {
                 Line("%04d get_soft_gyro_value", step).fs(v, 3);
             }
             Line state("%04d state", step);
-            if (update_q) state.fs(update_q, 4);
             if (cali_flag) state.i(*cali_flag);
             if (cali_ret) state.i(*cali_ret);
         }
