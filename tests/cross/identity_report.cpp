@@ -62,6 +62,18 @@ uint64_t token_ulps(const std::string &a, const std::string &b) {
     return ulps_between_doubles(x, y);
 }
 
+template <class Real, class Bits>
+uint64_t ulps_between(Real a, Real b) {
+    const bool na = a != a;
+    const bool nb = b != b;
+    if (na || nb) return (na && nb) ? 0 : UINT64_MAX;
+    Bits ba;
+    Bits bb;
+    std::memcpy(&ba, &a, sizeof ba);
+    std::memcpy(&bb, &b, sizeof bb);
+    return distance(ordered(ba, 8 * sizeof(Bits)), ordered(bb, 8 * sizeof(Bits)));
+}
+
 int bucket(uint64_t ulps) {
     if (ulps == 1) return 0;
     if (ulps == 2) return 1;
@@ -72,27 +84,8 @@ int bucket(uint64_t ulps) {
 
 }  // namespace
 
-uint64_t ulps_between_floats(float a, float b) {
-    const bool na = a != a;
-    const bool nb = b != b;
-    if (na || nb) return (na && nb) ? 0 : UINT64_MAX;
-    uint32_t ba;
-    uint32_t bb;
-    std::memcpy(&ba, &a, sizeof ba);
-    std::memcpy(&bb, &b, sizeof bb);
-    return distance(ordered(ba, 32), ordered(bb, 32));
-}
-
-uint64_t ulps_between_doubles(double a, double b) {
-    const bool na = a != a;
-    const bool nb = b != b;
-    if (na || nb) return (na && nb) ? 0 : UINT64_MAX;
-    uint64_t ba;
-    uint64_t bb;
-    std::memcpy(&ba, &a, sizeof ba);
-    std::memcpy(&bb, &b, sizeof bb);
-    return distance(ordered(ba, 64), ordered(bb, 64));
-}
+uint64_t ulps_between_floats(float a, float b) { return ulps_between<float, uint32_t>(a, b); }
+uint64_t ulps_between_doubles(double a, double b) { return ulps_between<double, uint64_t>(a, b); }
 
 Comparison compare(const std::string &expected, const std::string &actual) {
     Comparison c;
