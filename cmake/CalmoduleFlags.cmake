@@ -1,11 +1,11 @@
-# Floating-point results are part of the module's contract, bit for bit, on every
-# target: no fused multiply-add (arm64 compilers fuse by default), no fast-math, and
-# no SLP vectorising of float sums (GCC 12 at -O2 regrouped a float-rounded sum of
-# squares through it).
 # The whole build, tools and test helpers included, never fuses multiply-adds; the
 # module and the tests get the full set below.
 add_compile_options(-ffp-contract=off)
 
+# Floating-point results are part of the module's contract, bit for bit, on every
+# target: no fused multiply-add (arm64 compilers fuse by default), no fast-math, and
+# no SLP vectorising of float sums (GCC 12 at -O2 regrouped a float-rounded sum of
+# squares through it).
 function(calmodule_exact_float target)
   target_compile_options(${target} PRIVATE
       -ffp-contract=off -fno-fast-math -fno-tree-slp-vectorize -fno-tree-vectorize
