@@ -19,7 +19,7 @@ done
 pkgs=(
   cmake ninja-build g++ clang pkg-config
   libgtest-dev libgmock-dev googletest libbenchmark-dev
-  android-liblog-dev android-liblog-dev:armhf android-liblog-dev:arm64
+  "android-liblog-dev:$(dpkg --print-architecture)" android-liblog-dev:armhf android-liblog-dev:arm64
   libcli11-dev libfmt-dev nlohmann-json3-dev
   g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
   chromium

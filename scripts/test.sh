@@ -1,18 +1,42 @@
 #!/usr/bin/env bash
-# Builds and runs every test: the Release build, the AddressSanitizer +
-# UndefinedBehaviorSanitizer build, and each further target configured below.
-set -euo pipefail
+# Builds and runs every test, on every target the module ships to:
+#   release  the build that ships (-O2), with the benchmarks built
+#   asan     AddressSanitizer + UndefinedBehaviorSanitizer
+#   debug    unoptimised (-O0): the identity session must come out the same
+#   clang    clang at -O2: likewise
+#   armhf    32-bit ARM, cross-built, tests under qemu-arm
+#   arm64    64-bit ARM, cross-built, tests under qemu-aarch64
+# Every build runs to the end; the script fails if any of them failed.
+#   bash scripts/test.sh                 all of them
+#   bash scripts/test.sh armhf arm64     just these presets (after setup)
+set -uo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/setup.sh
+bash scripts/setup.sh || { echo "setup failed" >&2; exit 1; }
 
+presets=("$@")
+[ "${#presets[@]}" -gt 0 ] || presets=(release asan debug clang armhf arm64)
+
+failed=()
+timings=()
 run_preset() {
-  local preset=$1
+  local preset=$1 start=$SECONDS
   echo "== ${preset}: configure, build, test"
-  cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset"
-  ctest --preset "$preset"
+  if cmake --preset "$preset" >/dev/null && cmake --build --preset "$preset" && ctest --preset "$preset"; then
+    timings+=("${preset} $((SECONDS - start))s")
+  else
+    timings+=("${preset} FAILED after $((SECONDS - start))s")
+    failed+=("$preset")
+  fi
 }
 
-run_preset release
-run_preset asan
+for preset in "${presets[@]}"; do
+  run_preset "$preset"
+done
+
+echo "== times: ${timings[*]}; total ${SECONDS}s"
+if [ "${#failed[@]}" -gt 0 ]; then
+  echo "== FAILED: ${failed[*]}" >&2
+  exit 1
+fi
+echo "== every build passed: ${presets[*]}"

@@ -1,0 +1,202 @@
+// The records a HAL reads by layout, and the shape of the built library, checked on
+// the target the test runs on: on 32-bit ARM every descriptor field is one word; on
+// 64-bit targets the same declarations take their natural layout. The event record
+// is 104 bytes everywhere.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "calmodule/module.h"
+#include "portable_math.h"
+#include "support/elf_reader.h"
+#include "support/module_loader.h"
+#include "support/test_env.h"
+
+namespace {
+
+constexpr bool kWordTarget = sizeof(void *) == 4;
+
+struct Field {
+    const char *name;
+    std::size_t offset;
+    std::size_t offset32;  // one 32-bit word per field
+    std::size_t offset64;  // natural alignment, 8-byte pointers
+};
+
+void expect_layout(const char *record, const Field *fields, std::size_t n, std::size_t size, std::size_t size32,
+                   std::size_t size64) {
+    for (std::size_t i = 0; i < n; ++i) {
+        EXPECT_EQ(fields[i].offset, kWordTarget ? fields[i].offset32 : fields[i].offset64)
+            << record << "." << fields[i].name;
+    }
+    EXPECT_EQ(size, kWordTarget ? size32 : size64) << "sizeof " << record;
+}
+
+#define FIELD(type, member, o32, o64) {#member, offsetof(type, member), o32, o64}
+
+TEST(Layout, ModuleInfoIsThirteenWordsOnThirtyTwoBitTargets) {
+    const Field fields[] = {
+        FIELD(cal_module_info, tag, 0, 0),          FIELD(cal_module_info, id, 4, 8),
+        FIELD(cal_module_info, version, 8, 16),     FIELD(cal_module_info, vendor, 12, 24),
+        FIELD(cal_module_info, handle, 16, 32),     FIELD(cal_module_info, number, 20, 40),
+        FIELD(cal_module_info, methods, 24, 48),    FIELD(cal_module_info, reserved[0], 28, 56),
+        FIELD(cal_module_info, reserved[1], 32, 60), FIELD(cal_module_info, reserved[2], 36, 64),
+        FIELD(cal_module_info, reserved[3], 40, 68), FIELD(cal_module_info, reserved[4], 44, 72),
+        FIELD(cal_module_info, reserved[5], 48, 76),
+    };
+    expect_layout("cal_module_info", fields, sizeof fields / sizeof fields[0], sizeof(cal_module_info), 52, 80);
+    if (kWordTarget) {
+        for (std::size_t i = 0; i < 13; ++i) EXPECT_EQ(fields[i].offset, 4 * i) << fields[i].name;
+    }
+}
+
+TEST(Layout, AlgorithmRecordIsSixWordsOnThirtyTwoBitTargets) {
+    const Field fields[] = {
+        FIELD(cal_algo, tag, 0, 0),         FIELD(cal_algo, version, 4, 4), FIELD(cal_algo, type, 8, 8),
+        FIELD(cal_algo, compatible, 12, 16), FIELD(cal_algo, module, 16, 24), FIELD(cal_algo, methods, 20, 32),
+    };
+    expect_layout("cal_algo", fields, 6, sizeof(cal_algo), 24, 40);
+    // The table is walked by stride: four records back to back.
+    EXPECT_EQ(sizeof(cal_algo[4]), 4 * (kWordTarget ? 24u : 40u));
+
+    const Field methods[] = {FIELD(cal_algo_methods, convert, 0, 0), FIELD(cal_algo_methods, config, 4, 8)};
+    expect_layout("cal_algo_methods", methods, 2, sizeof(cal_algo_methods), 8, 16);
+    const Field module_methods[] = {FIELD(cal_module_methods, init, 0, 0), FIELD(cal_module_methods, deinit, 4, 8),
+                                    FIELD(cal_module_methods, get_algo_list, 8, 16)};
+    expect_layout("cal_module_methods", module_methods, 3, sizeof(cal_module_methods), 12, 24);
+}
+
+TEST(Layout, SensorEventIsTheSameOnEveryTarget) {
+    const Field fields[] = {
+        FIELD(sensors_event_t, version, 0, 0),       FIELD(sensors_event_t, sensor, 4, 4),
+        FIELD(sensors_event_t, type, 8, 8),          FIELD(sensors_event_t, reserved0, 12, 12),
+        FIELD(sensors_event_t, timestamp, 16, 16),   FIELD(sensors_event_t, data, 24, 24),
+        FIELD(sensors_event_t, data[3], 36, 36),     FIELD(sensors_event_t, data[15], 84, 84),
+        FIELD(sensors_event_t, vector.status, 36, 36), FIELD(sensors_event_t, flags, 88, 88),
+        FIELD(sensors_event_t, reserved1, 92, 92),
+    };
+    expect_layout("sensors_event_t", fields, sizeof fields / sizeof fields[0], sizeof(sensors_event_t), 104, 104);
+    const Field args[] = {FIELD(cal_algo_args, enable, 0, 0), FIELD(cal_algo_args, poll_rate, 4, 4)};
+    expect_layout("cal_algo_args", args, 2, sizeof(cal_algo_args), 8, 8);
+
+    // The status byte is the first byte of data[3] in memory.
+    sensors_event_t e;
+    std::memset(&e, 0, sizeof e);
+    e.vector.status = -3;
+    unsigned char bytes[sizeof e];
+    std::memcpy(bytes, &e, sizeof e);
+    EXPECT_EQ(bytes[36], 0xFDu);
+}
+
+#undef FIELD
+
+// Reads a field the way a host that knows only the layout does.
+uintptr_t word_at(const void *base, std::size_t offset, std::size_t width) {
+    const unsigned char *p = static_cast<const unsigned char *>(base) + offset;
+    if (width == 4) {
+        uint32_t v;
+        std::memcpy(&v, p, 4);
+        return v;
+    }
+    uint64_t v;
+    std::memcpy(&v, p, 8);
+    return static_cast<uintptr_t>(v);
+}
+
+TEST(Layout, HostReadingTheDescriptorByOffsetFindsTheModule) {
+    testsupport::LoadedModule m;
+    ASSERT_TRUE(m.ok());
+    const void *scmi = m.info();
+    const std::size_t p = sizeof(void *);
+    // Offsets of tag, id, version, vendor, handle, number, methods, reserved.
+    const std::size_t at[] = {0, p, 2 * p, 3 * p, 4 * p, 5 * p, 6 * p, 7 * p};
+    EXPECT_EQ(word_at(scmi, at[0], 4), 0x746D6373u);
+    EXPECT_STREQ(reinterpret_cast<const char *>(word_at(scmi, at[1], p)), "cal_module_quarvel");
+    EXPECT_EQ(word_at(scmi, at[2], 4), 1u);
+    EXPECT_STREQ(reinterpret_cast<const char *>(word_at(scmi, at[3], p)), "Quarvel");
+    EXPECT_EQ(word_at(scmi, at[4], p), 0u);
+    EXPECT_EQ(word_at(scmi, at[5], 4), 4u);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(word_at(scmi, at[7] + 4 * i, 4), 0u) << "reserved word " << i;
+
+    const cal_module_methods *methods = reinterpret_cast<const cal_module_methods *>(word_at(scmi, at[6], p));
+    const cal_algo *list = nullptr;
+    ASSERT_EQ(methods->get_algo_list(&list), 0);
+    // cal_algo: tag, version, type, then three pointers.
+    const std::size_t stride = kWordTarget ? 24 : 40;
+    const std::size_t module_at = kWordTarget ? 16 : 24;
+    const int32_t types[] = {2, 3, 14, 0x10001};
+    for (int i = 0; i < 4; ++i) {
+        const void *record = reinterpret_cast<const unsigned char *>(list) + stride * i;
+        EXPECT_EQ(word_at(record, 0, 4), 0x74616373u) << "record " << i;
+        EXPECT_EQ(word_at(record, 4, 4), 1u) << "record " << i;
+        EXPECT_EQ(static_cast<int32_t>(word_at(record, 8, 4)), types[i]) << "record " << i;
+        EXPECT_EQ(word_at(record, module_at, p), reinterpret_cast<uintptr_t>(scmi)) << "record " << i;
+    }
+}
+
+// ---- the built library ----------------------------------------------------------
+
+uint16_t this_machine() {
+#if defined(__x86_64__)
+    return 62;  // EM_X86_64
+#elif defined(__aarch64__)
+    return 183;  // EM_AARCH64
+#elif defined(__arm__)
+    return 40;  // EM_ARM
+#else
+    return 0;
+#endif
+}
+
+testsupport::ElfInfo module_elf() {
+    testsupport::ElfInfo info;
+    std::string error;
+    EXPECT_TRUE(testsupport::read_elf(testsupport::module_path(), &info, &error)) << error;
+    return info;
+}
+
+TEST(BuiltLibrary, IsBuiltForTheTargetTheTestsRunOn) {
+    const testsupport::ElfInfo elf = module_elf();
+    EXPECT_EQ(elf.elf_class, static_cast<int>(8 * sizeof(void *)));
+    EXPECT_EQ(elf.machine, this_machine());
+}
+
+TEST(BuiltLibrary, LoadSegmentsAreAlignedForSixteenKibPagesOnArm64) {
+    const testsupport::ElfInfo elf = module_elf();
+    ASSERT_FALSE(elf.load_alignments.empty());
+#if defined(__aarch64__)
+    const uint64_t required = 16384;
+#else
+    const uint64_t required = 4096;
+#endif
+    for (uint64_t a : elf.load_alignments) EXPECT_GE(a, required);
+}
+
+// Math functions whose results a C library may round differently from another. Each
+// one the module imports must have a portable stand-in in the identity session, or
+// the session's bit-identity across targets would rest on the platform's libm.
+TEST(BuiltLibrary, EveryInexactMathImportHasAPortableStandIn) {
+    static const char *const kInexact[] = {
+        "sin",   "cos",   "tan",   "sincos", "asin",  "acos",  "atan",  "atan2", "sinh",  "cosh",  "tanh",
+        "asinh", "acosh", "atanh", "exp",    "exp2",  "exp10", "expm1", "log",   "log2",  "log10", "log1p",
+        "pow",   "cbrt",  "hypot", "erf",    "erfc",  "lgamma", "tgamma", "sqrt"};
+    std::set<std::string> inexact;
+    for (const char *n : kInexact) {
+        inexact.insert(n);
+        inexact.insert(std::string(n) + "f");
+        inexact.insert(std::string(n) + "l");
+    }
+    const std::set<std::string> interposed(std::begin(portable::kInterposedNames),
+                                           std::end(portable::kInterposedNames));
+    for (const auto &s : module_elf().dynamic_symbols) {
+        if (s.defined || !inexact.count(s.name)) continue;
+        EXPECT_TRUE(interposed.count(s.name)) << "the module calls " << s.name
+                                              << ", which the identity session does not replace";
+    }
+}
+
+}  // namespace
