@@ -134,7 +134,12 @@ TEST_P(TurnedThroughManyAttitudes, LevelClimbsAndTheOffsetIsFoundAndKept) {
     std::string stored;
     ASSERT_TRUE(testsupport::read_param_file(&stored));
     ASSERT_EQ(setenv(kExpectEnv, stored.c_str(), 1), 0);
-    FILE *child = popen(("/proc/" + std::to_string(getpid()) + "/exe --gtest_filter=FreshLoad.* 2>&1").c_str(), "r");
+    // This test program again, in a new process (through the emulator on cross builds).
+    char self[4096] = {};
+    ASSERT_GT(readlink("/proc/self/exe", self, sizeof self - 1), 0);
+    const std::string command =
+        std::string(CALMODULE_TEST_EMULATOR) + " " + self + " --gtest_filter=FreshLoad.* 2>&1";
+    FILE *child = popen(command.c_str(), "r");
     ASSERT_NE(child, nullptr);
     std::string report;
     char buf[256];
