@@ -16,7 +16,7 @@
 // Tracking in the same call and clears the still-call count, the disturbance
 // counts (except the large-band one) and cali_ret. Independently of the state,
 // every call tells the calibration through cali_flag whether some accelerometer
-// axis reads more than 200/1024 g upwards; if none does (face down, for example)
+// axis reads at least 200/1024 g upwards; if none does (face down, for example)
 // no sample is admitted.
 //
 // Bad input: NaN or infinite components never stop a call. Every test below is a
@@ -73,7 +73,8 @@ constexpr int16_t kSmallJumpCalls = 500;
 // The half-difference is kept only for a field this small on every axis, µT.
 constexpr float kDeltaFieldLimit = 150.0f;
 
-// An accelerometer axis must read above 200/1024 g (0.195 g) for sampling.
+// Some accelerometer axis must read at least 200/1024 g (0.195 g) upwards for
+// the calibration to take samples.
 constexpr float kUpwardsForSampling = 200.0f;
 constexpr float kGScale = 1024.0f;
 

@@ -399,44 +399,36 @@ TEST(JumpBand, QuietCallDropsTheRequestButKeepsTheJumpFlag) {
 
 // ---- Counts that raise a calibration restart ------------------------------------------
 
-// Holds, then makes `calls` holding calls with the field shifted by (dx, dy, 0).
-void holding_calls(int calls, float dx, float dy) {
+struct RestartCount {
+    const char *name;
+    int16_t *counter;
+    int16_t limit;   // the call that raises the request
+    float dx, dy;    // field change of every holding call, µT (y keeps the small band)
+};
+void PrintTo(const RestartCount &c, std::ostream *os) { *os << c.name; }
+
+class RestartCounts : public ::testing::TestWithParam<RestartCount> {};
+
+TEST_P(RestartCounts, LimitCallRaisesTheRequestAndRestartsTheCount) {
+    const RestartCount c = GetParam();
+    // GIVEN a device holding, and one call short of the limit
     const Reading r = device(90.0);
     float out[3];
     hold(r, out);
-    for (int i = 0; i < calls; ++i) call(shifted(r, dx, dy, 0.0f), out);
-}
-
-TEST(RestartCounts, FiveHundredthSmallJumpRaisesTheRequest) {
-    holding_calls(499, 10.0f, 0.0f);
-    EXPECT_EQ(noise_mag, 499);
+    for (int i = 1; i < c.limit; ++i) call(shifted(r, c.dx, c.dy, 0.0f), out);
+    EXPECT_EQ(*c.counter, c.limit - 1);
     EXPECT_EQ(cali_ret, 0);
-    float out[3];
-    call(shifted(device(90.0), 10.0f, 0.0f, 0.0f), out);
-    EXPECT_EQ(noise_mag, 0);
+    // WHEN one more such call comes
+    call(shifted(r, c.dx, c.dy, 0.0f), out);
+    // THEN the count starts over and a restart is requested
+    EXPECT_EQ(*c.counter, 0);
     EXPECT_EQ(cali_ret, 1);
 }
 
-TEST(RestartCounts, ThreeHundredthMediumJumpRaisesTheRequest) {
-    holding_calls(299, 100.0f, 10.0f);
-    EXPECT_EQ(noise_mag_flag, 299);
-    EXPECT_EQ(cali_ret, 0);
-    float out[3];
-    call(shifted(device(90.0), 100.0f, 10.0f, 0.0f), out);
-    EXPECT_EQ(noise_mag_flag, 0);
-    EXPECT_EQ(noise_mag, 300);
-    EXPECT_EQ(cali_ret, 1);
-}
-
-TEST(RestartCounts, HundredthLargeJumpRaisesTheRequest) {
-    holding_calls(99, 1500.0f, 10.0f);
-    EXPECT_EQ(noise_mag_fflag, 99);
-    EXPECT_EQ(cali_ret, 0);
-    float out[3];
-    call(shifted(device(90.0), 1500.0f, 10.0f, 0.0f), out);
-    EXPECT_EQ(noise_mag_fflag, 0);
-    EXPECT_EQ(cali_ret, 1);
-}
+INSTANTIATE_TEST_SUITE_P(Disturbances, RestartCounts,
+                         ::testing::Values(RestartCount{"small", &noise_mag, 500, 10.0f, 0.0f},
+                                           RestartCount{"medium", &noise_mag_flag, 300, 100.0f, 10.0f},
+                                           RestartCount{"large", &noise_mag_fflag, 100, 1500.0f, 10.0f}));
 
 // ---- Half-difference for the calibrated output -----------------------------------------
 

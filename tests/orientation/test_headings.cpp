@@ -168,17 +168,4 @@ TEST(GetOrientationAngles, FlatDeviceFacingNorthAndSmoothedField) {
     EXPECT_EQ(out[2], 0.0f);
 }
 
-TEST(GetOrientationAngles, PitchAndRollOfUprightAndSidewaysDevice) {
-    float mag[3] = {0.0f, 20.0f, -40.0f};
-    float out[3];
-    const float upright[3] = {0.0f, 1.0f, 0.0f};
-    GetOrientationAngles(mag, upright, out);
-    EXPECT_EQ(out[1], -atan2f(1.0f, 0.0f));
-    EXPECT_EQ(out[2], 0.0f);
-    const float sideways[3] = {1.0f, 0.0f, 0.0f};
-    GetOrientationAngles(mag, sideways, out);
-    EXPECT_EQ(out[1], 0.0f);
-    EXPECT_EQ(out[2], asinf(1.0f));
-}
-
 }  // namespace
