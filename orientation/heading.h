@@ -38,7 +38,8 @@ extern HeadingLowPass ori_lp;
 void azimuth_heading_degrees(float X, float Y, float *out);
 
 // Heading in radians, 0 to 2 pi, of the smoothed pair (X, Y) measured from +Y
-// towards +X.
+// towards +X; 0 for (0, 0), NaN when X or Y is not a number. Shared by the
+// orientation angles and the soft gyroscope's orientation.
 float orientation_heading_radians(float X, float Y);
 
 // The orientation computation's fixed correction of azimuth A (degrees) inside the

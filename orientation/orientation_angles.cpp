@@ -1,6 +1,7 @@
 // Heading, pitch and roll in radians from a magnetometer vector and a unit gravity
 // vector, both in the device's own axes.
 #include <cmath>
+#include <limits>
 
 #include "calmodule/orientation.h"
 #include "orientation/heading.h"
@@ -28,10 +29,12 @@ float orientation_heading_radians(float X, float Y) {
     if (Y == 0.0f && X > 0.0f) return kQuarterTurnF;
     if (X < 0.0f) return static_cast<float>(kThreeQuarterTurn - std::atan(static_cast<double>(Y / X)));
     if (X > 0.0f) return static_cast<float>(kQuarterTurn - std::atan(static_cast<double>(Y / X)));
-    // (0, 0) has no direction and reads as 0. A NaN in X, or X = 0 with a NaN Y,
-    // matches none of the comparisons above and lands here too (chosen so that the
-    // heading stays a number the caller can hold; nothing else depends on it).
-    return 0.0f;
+    if (X == 0.0f && Y == 0.0f) return 0.0f;  // no horizontal field: read as north
+    // Only a non-number reaches here (X NaN, or X = 0 with Y NaN): the field has no
+    // direction, and neither has the heading. NaN, as every quadrant would give for it;
+    // the soft gyroscope's gate then refuses the change, and the orientation output
+    // carries it as the IEEE value it is.
+    return std::numeric_limits<float>::quiet_NaN();
 }
 
 }  // namespace quarvel

@@ -2,10 +2,10 @@
 // last ten horizontal field samples, and pitch and roll from the gravity vector.
 // It keeps its own smoothing history, apart from the orientation family's filters.
 #include <cmath>
-#include <limits>
 
 #include "calmodule/orientation.h"
 #include "calmodule/softgyro.h"
+#include "orientation/heading.h"
 #include "softgyro/softgyro_state.h"
 
 namespace quarvel {
@@ -14,33 +14,6 @@ TrimmedMeanChannel<10> softgy_ring_x;
 TrimmedMeanChannel<10> softgy_ring_y;
 
 }  // namespace quarvel
-
-namespace {
-
-// Heading constants of the orientation family's pi, 3.1415926. The axis headings are
-// stored floats; the quadrant offsets are applied in double.
-constexpr float kHeadingMinusY = 3.1415925f;
-constexpr float kHeadingMinusX = 4.712389f;
-constexpr float kHeadingPlusX = 1.5707963f;
-constexpr double kThreeQuarterTurn = 4.7123889;
-constexpr double kQuarterTurn = 1.5707963;
-
-// Angle of (hx, hy) from +y towards +x, radians in [0, 2 pi).
-float heading_of(float hx, float hy) {
-    if (hx == 0.0f && hy < 0.0f) return kHeadingMinusY;
-    if (hx == 0.0f && hy >= 0.0f) return 0.0f;
-    if (hy == 0.0f && hx < 0.0f) return kHeadingMinusX;
-    if (hy == 0.0f && hx > 0.0f) return kHeadingPlusX;
-    const float q = hy / hx;
-    if (hx < 0.0f) return static_cast<float>(kThreeQuarterTurn - std::atan(static_cast<double>(q)));
-    if (hx > 0.0f) return static_cast<float>(kQuarterTurn - std::atan(static_cast<double>(q)));
-    // Only a non-number reaches here (hx NaN, or hx = 0 with hy NaN): the field has
-    // no direction, so neither has the heading. NaN, like every other quadrant would
-    // give for it, so the soft gyroscope's gate refuses the change.
-    return std::numeric_limits<float>::quiet_NaN();
-}
-
-}  // namespace
 
 extern "C" {
 
@@ -74,7 +47,7 @@ CALMODULE_API void softgy_GetOrientationAngles(const float mag[3], const float a
     float roll;
     GetPitchAngle(acc, &pitch);
     GetRollAngle(acc, &roll);
-    angles[0] = heading_of(h[0], h[1]);
+    angles[0] = quarvel::orientation_heading_radians(h[0], h[1]);
     angles[1] = pitch;
     angles[2] = roll;
 }
