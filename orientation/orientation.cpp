@@ -55,7 +55,7 @@ namespace quarvel {
 namespace {
 
 constexpr double kDegreesPerRadian = 180.0 / 3.1415926;  // 57.295780490442965
-constexpr double kStandardGravity = 9.8;                 // m/s² taken as one g
+constexpr float kStandardGravity = 9.8f;                 // m/s² taken as one g
 
 constexpr float kStillChange = 0.3f;     // m/s² per axis between calls
 constexpr int16_t kStillCallsToHold = 40;  // the 40th still call holds
@@ -230,13 +230,12 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
     supervise(mag, acc);
 
     // 8.-9. Gravity in g, clamped to one g per axis, and the sampling permission.
-    // The division is by the double 9.8, rounded once to float (as the bare
-    // constant reads); single precision would differ in the last bit for some
-    // readings.
+    // In single precision, as the rotation vector and the soft gyroscope convert the
+    // same readings to g: the three families agree on what one reading is in g.
     float g[3];
     float scaled[3];
     for (int i = 0; i < 3; ++i) {
-        float gi = static_cast<float>(static_cast<double>(acc[i]) / kStandardGravity);
+        float gi = acc[i] / kStandardGravity;
         if (gi > 1.0f) gi = 1.0f;
         if (gi < -1.0f) gi = -1.0f;
         g[i] = gi;
