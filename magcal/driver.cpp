@@ -1,0 +1,66 @@
+// Calibration driver: the entry point for every raw magnetometer sample, and the
+// accessors for its results.
+//
+// A sample is scaled to µT, the stored offset is loaded once (on the first sample
+// with a nonzero component), the sample goes through the state machine, and the
+// offset is written back whenever the calibration holds two or more fits.
+#include <cstdint>
+
+#include "calmodule/magcal.h"
+#include "magcal/calibration_state.h"
+
+namespace {
+
+// Counts per µT differ by axis on this chip; each factor is one float multiply.
+constexpr float kScaleX = 1.5f;
+constexpr float kScaleY = 1.5f;
+constexpr float kScaleZ = 2.6f;
+
+// 0 until the parameter file has been consulted, then 1 for the library's life.
+int16_t first_read_done = 0;
+
+}  // namespace
+
+extern "C" {
+
+CALMODULE_API int32_t qv730_run_library(float x, float y, float z) {
+    using namespace quarvel;
+    int32_t new_offset_flag = 0;
+    float stored[3] = {0.0f, 0.0f, 0.0f};
+
+    const float s[3] = {x * kScaleX, y * kScaleY, z * kScaleZ};
+    // A chip that has not produced a reading yet reports all zeros: not a sample.
+    if (s[0] == 0.0f && s[1] == 0.0f && s[2] == 0.0f) return -15;
+
+    if (first_read_done == 0) {
+        if (ReadParameterFromFile(stored) == 8) {
+            FusionInitDevice(1, stored);
+            for (int i = 0; i < 3; ++i) cali_offset[i] = stored[i];
+        } else {
+            // Start from whatever the reader parsed before it failed (zeros when the
+            // file is missing); cali_offset stays as it was until a fit is accepted.
+            FusionInitDevice(0, stored);
+        }
+        first_read_done = static_cast<int16_t>(first_read_done + 1);
+    }
+
+    const int32_t result = Fusion(s, cali_mag_values, cali_offset, &cali_level, &new_offset_flag,
+                                  &cali_flag, &cali_ret, noise_mag_delta);
+    // A failed write is not retried here: the next accepted fit writes again.
+    if (result == 1 && new_offset_flag == 1) WriteParameterToFile(cali_offset);
+    return 5;
+}
+
+CALMODULE_API void get_calilevel_value(int32_t *level) { *level = quarvel::cali_level; }
+
+CALMODULE_API void get_magnetic_offset(float *offset) {
+    for (int i = 0; i < 3; ++i) offset[i] = quarvel::cali_offset[i];
+}
+
+// Hosts that call these expect them to be present; they have nothing to say.
+CALMODULE_API void Disp_VersionMessage(void) {}
+CALMODULE_API void Disp_EndMessage(void) __attribute__((alias("Disp_VersionMessage")));
+
+CALMODULE_API void get_algorithm_version(void) { Disp_VersionMessage(); }
+
+}  // extern "C"
