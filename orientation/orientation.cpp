@@ -1,0 +1,299 @@
+// Orientation computation: azimuth, pitch and roll in degrees from the latest
+// accelerometer (m/s²) and magnetometer (µT) vectors, plus the supervision of the
+// magnetometer while the device lies still, which steers the calibration.
+//
+// How it moves. The computation is either Tracking (run_o = 1) or Holding
+// (run_o = 0). It starts Tracking at load: every call computes fresh angles, and
+// old_mag follows the smoothed field. A call is "still" when no accelerometer axis
+// moved by 0.3 m/s² or more since the previous call; the 40th still call in a row
+// enters Holding. While Holding the output repeats the last angles, old_mag stays
+// frozen as the reference, and every call compares the field with it: a jump above
+// 5 µT on some axis counts as a disturbance (small, medium or large band); none in
+// the small band means the field is back, and the calibration request is dropped.
+// Counted disturbances, or one jump of 2000 or more, set cali_ret, which makes the
+// calibration restart on every call while it stays 1. Half of a small jump is left
+// in noise_mag_delta for the calibration to subtract. Any movement returns to
+// Tracking in the same call and clears the still-call count, the disturbance
+// counts (except the large-band one) and cali_ret. Independently of the state,
+// every call tells the calibration through cali_flag whether some accelerometer
+// axis reads at least 200/1024 g upwards; if none does (face down, for example)
+// no sample is admitted.
+//
+// Bad input: NaN or infinite components never stop a call. Every test below is a
+// plain IEEE comparison, so a NaN simply fails it (a NaN change of acceleration
+// does not count as still; a NaN field jump fires no band) and the angles become
+// whatever the arithmetic gives, NaN included. There are no float-to-integer
+// conversions and no indexes derived from the inputs.
+#include <cmath>
+
+#include "calmodule/magcal.h"
+#include "calmodule/orientation.h"
+#include "magcal/calibration_state.h"
+#include "orientation/heading.h"
+
+extern "C" {
+
+CALMODULE_API float old_acc[3] = {0.0f, 0.0f, 0.0f};
+CALMODULE_API float old_mag[3] = {0.0f, 0.0f, 0.0f};
+CALMODULE_API int16_t run_o = 1;
+CALMODULE_API int16_t run_ret = 0;
+CALMODULE_API int16_t noise_mag = 0;
+CALMODULE_API int16_t noise_mag_flag = 0;
+CALMODULE_API int16_t noise_mag_fflag = 0;
+CALMODULE_API int16_t noise_flag_t = 0;
+CALMODULE_API float o_values[3] = {0.0f, 0.0f, 0.0f};
+CALMODULE_API float m_orientation[3] = {0.0f, 0.0f, 0.0f};
+CALMODULE_API int16_t RunOriAngles = 0;
+// (x, y, z) -> (y, z, -x) for the field and (-x, -y, z) for gravity: the axes the
+// reference heading of GetAzimuth expects.
+CALMODULE_API int32_t MagTrsfMatrix[9] = {0, 1, 0, 0, 0, 1, -1, 0, 0};
+CALMODULE_API int32_t AccTrsfMatrix[9] = {-1, 0, 0, 0, -1, 0, 0, 0, 1};
+
+}  // extern "C"
+
+namespace quarvel {
+namespace {
+
+constexpr double kDegreesPerRadian = 180.0 / 3.1415926;  // 57.295780490442965
+constexpr double kStandardGravity = 9.8;                 // m/s² taken as one g
+
+constexpr float kStillChange = 0.3f;     // m/s² per axis between calls
+constexpr int16_t kStillCallsToHold = 40;  // the 40th still call holds
+constexpr int16_t kStillCountLimit = 100;
+
+// Field jumps against the frozen reference, µT.
+constexpr float kSmallJump = 5.0f;
+constexpr float kMediumJump = 40.0f;
+constexpr float kLargeJump = 1000.0f;
+constexpr float kHugeJump = 2000.0f;
+// Disturbance counts that raise a calibration restart.
+constexpr int16_t kLargeJumpCalls = 99;    // the 100th large-band call
+constexpr int16_t kMediumJumpCalls = 300;
+constexpr int16_t kSmallJumpCalls = 500;
+// The half-difference is kept only for a field this small on every axis, µT.
+constexpr float kDeltaFieldLimit = 150.0f;
+
+// Some accelerometer axis must read at least 200/1024 g (0.195 g) upwards for
+// the calibration to take samples.
+constexpr float kUpwardsForSampling = 200.0f;
+constexpr float kGScale = 1024.0f;
+
+// Tilts beyond this many degrees skip the heading correction.
+constexpr float kSteepDegrees = 60.0f;
+
+struct AzimuthCorrection {
+    float above;  // degrees, exclusive
+    float below;  // degrees, exclusive
+    float add;    // degrees
+};
+// Fixed heading corrections between the cardinal and intercardinal points.
+constexpr AzimuthCorrection kCorrections[] = {
+    {30.0f, 40.0f, 8.0f},     {50.0f, 60.0f, -8.0f},    {75.0f, 85.0f, 10.0f},
+    {95.0f, 105.0f, -8.0f},   {120.0f, 130.0f, 18.0f},  {140.0f, 150.0f, -8.0f},
+    {165.0f, 175.0f, 10.0f},  {185.0f, 195.0f, -8.0f},  {210.0f, 220.0f, 8.0f},
+    {230.0f, 240.0f, -12.0f}, {255.0f, 265.0f, 8.0f},   {275.0f, 290.0f, -18.0f},
+    {300.0f, 310.0f, 8.0f},   {320.0f, 330.0f, -14.0f},
+};
+
+bool all_zero(const float *v) { return v[0] == 0.0f && v[1] == 0.0f && v[2] == 0.0f; }
+
+// Field change against the frozen reference on one axis, recomputed from the
+// current `mag` at each band.
+float jump(const float *mag, int axis) { return fabsf(mag[axis] - old_mag[axis]); }
+
+// Row-major integer remap; each row summed in single precision from 0.
+void remap(const int32_t *m, const float *v, float *r) {
+    for (int row = 0; row < 3; ++row) {
+        float sum = 0.0f;
+        for (int col = 0; col < 3; ++col) sum += static_cast<float>(m[3 * row + col]) * v[col];
+        r[row] = sum;
+    }
+}
+
+// Steps 2 to 7 of a call: stillness, and the field supervision while Holding.
+void supervise(float *mag, const float *acc) {
+    // Stillness.
+    const bool still = fabsf(acc[0] - old_acc[0]) < kStillChange &&
+                       fabsf(acc[1] - old_acc[1]) < kStillChange &&
+                       fabsf(acc[2] - old_acc[2]) < kStillChange;
+    if (still) {
+        if (run_ret < kStillCountLimit) ++run_ret;
+        if (run_ret >= kStillCallsToHold) run_o = 0;
+    } else {
+        run_ret = 0;
+        noise_flag_t = 0;
+        noise_mag = 0;
+        noise_mag_flag = 0;
+        cali_ret = 0;
+        run_o = 1;
+    }
+
+    // Jump bands against the frozen reference, only while Holding.
+    if (run_o == 0) {
+        bool small = false;
+        for (int i = 0; i < 3; ++i) {
+            const float d = jump(mag, i);
+            small = small || (kSmallJump < d && d < kMediumJump);
+        }
+        if (small) {
+            ++noise_mag;
+            noise_flag_t = 1;
+        } else {
+            // The field is back where it was: forget the disturbance and carry on
+            // with the reference itself (every later band then sees no change).
+            noise_mag = 0;
+            noise_mag_flag = 0;
+            cali_ret = 0;
+            for (int i = 0; i < 3; ++i) mag[i] = old_mag[i];
+        }
+
+        bool medium = false;
+        for (int i = 0; i < 3; ++i) {
+            const float d = jump(mag, i);
+            medium = medium || (kMediumJump <= d && d < kLargeJump);
+        }
+        if (medium) {
+            ++noise_mag_flag;
+            noise_flag_t = 1;
+        }
+
+        // On x the band bounds are inclusive below; on y and z exclusive.
+        const float dx = jump(mag, 0);
+        const float dy = jump(mag, 1);
+        const float dz = jump(mag, 2);
+        const bool large = (kLargeJump <= dx && dx < kHugeJump) ||
+                           (kLargeJump < dy && dy < kHugeJump) ||
+                           (kLargeJump < dz && dz < kHugeJump);
+        if (large) {
+            ++noise_mag_fflag;
+            noise_flag_t = 1;
+        }
+
+        if (jump(mag, 0) >= kHugeJump || jump(mag, 1) > kHugeJump || jump(mag, 2) > kHugeJump) {
+            noise_flag_t = 1;
+            cali_ret = 1;
+        }
+    }
+
+    if (noise_mag_fflag > kLargeJumpCalls) {
+        noise_mag_fflag = 0;
+        cali_ret = 1;
+    }
+    if (noise_mag_flag >= kMediumJumpCalls) {
+        noise_mag_flag = 0;
+        cali_ret = 1;
+    }
+
+    // Half of the disturbance, for the calibration to take off its output.
+    if (run_o == 0 && noise_flag_t == 1 && fabsf(mag[0]) < kDeltaFieldLimit &&
+        fabsf(mag[1]) < kDeltaFieldLimit && fabsf(mag[2]) < kDeltaFieldLimit) {
+        for (int i = 0; i < 3; ++i) noise_mag_delta[i] = (mag[i] - old_mag[i]) * 0.5f;
+    }
+
+    if (noise_mag >= kSmallJumpCalls) {
+        noise_mag = 0;
+        cali_ret = 1;
+    }
+}
+
+}  // namespace
+
+float apply_correction_table(float A) {
+    for (const AzimuthCorrection &row : kCorrections) {
+        if (row.above < A && A < row.below) return A + row.add;
+    }
+    return A;
+}
+
+float blend_with_reference(float A, float R) {
+    // Near north the shifts pull A off the seam, and A is averaged with R only when
+    // both sit on the same side of it. Elsewhere R is averaged in wherever it lies,
+    // with no wrap-around handling (25 and 355 give 190).
+    if (5.0f < A && A < 13.0f) A = A - 5.0f;
+    if (340.0f < A && A < 355.0f) A = A + 5.0f;
+    if (20.0f < A && A < 340.0f) A = (A + R) * 0.5f;
+    if (5.0f < A && A <= 20.0f && 5.0f < R && R <= 20.0f) A = (A + R) * 0.5f;
+    if (340.0f < A && A < 355.0f && 340.0f < R && R < 355.0f) A = (A + R) * 0.5f;
+    return A;
+}
+
+}  // namespace quarvel
+
+extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float *out) {
+    using namespace quarvel;
+
+    // 1. Nothing to work with: no state changes, no output.
+    if (all_zero(acc)) return;
+    if (all_zero(mag)) return;
+
+    // 2.-7. Stillness, Holding and the field supervision.
+    supervise(mag, acc);
+
+    // 8.-9. Gravity in g, clamped to one g per axis, and the sampling permission.
+    // The division is by the double 9.8, rounded once to float (as the bare
+    // constant reads); single precision would differ in the last bit for some
+    // readings.
+    float g[3];
+    float scaled[3];
+    for (int i = 0; i < 3; ++i) {
+        float gi = static_cast<float>(static_cast<double>(acc[i]) / kStandardGravity);
+        if (gi > 1.0f) gi = 1.0f;
+        if (gi < -1.0f) gi = -1.0f;
+        g[i] = gi;
+        scaled[i] = gi * kGScale;
+    }
+    cali_flag = (scaled[0] < kUpwardsForSampling && scaled[1] < kUpwardsForSampling &&
+                 scaled[2] < kUpwardsForSampling)
+                    ? 0
+                    : 1;
+
+    // 10. Remapped axes for the reference heading, from the unsmoothed field.
+    float mag_remapped[3];
+    float acc_remapped[3];
+    remap(MagTrsfMatrix, mag, mag_remapped);
+    remap(AccTrsfMatrix, scaled, acc_remapped);
+
+    // 11. Holding: repeat the last output.
+    if (run_o == 1) {
+        // 12. Reference heading R in degrees; stays 0 when GetAzimuth has none.
+        float R = 0.0f;
+        GetAzimuth(acc_remapped, mag_remapped, &R);
+
+        // 13. Unit gravity; the squares summed y, x, z.
+        const float n = sqrtf(g[1] * g[1] + g[0] * g[0] + g[2] * g[2]);
+        for (float &gi : g) gi = gi / n;
+
+        // 14. Heading, pitch and roll in radians; `mag` comes back smoothed.
+        float angles[3];
+        RunOriAngles = 1;
+        GetOrientationAngles(mag, g, angles);
+        RunOriAngles = 0;
+
+        // 15. Degrees, in double precision: azimuth clockwise from north, 0 to 360.
+        const float A = static_cast<float>(360.0 - static_cast<double>(angles[0]) * kDegreesPerRadian);
+        const float P = static_cast<float>(static_cast<double>(angles[1]) * kDegreesPerRadian);
+        const float Q = static_cast<float>(static_cast<double>(angles[2]) * kDegreesPerRadian);
+        m_orientation[0] = A;
+        m_orientation[1] = P;
+        m_orientation[2] = Q;
+
+        // 16.-18. Within 60 degrees of flat, correct the heading and blend in R.
+        // (A NaN pitch or roll is neither steep nor within 60 degrees: no table,
+        // but the blend.)
+        float azimuth = A;
+        if (!(fabsf(P) >= kSteepDegrees || fabsf(Q) >= kSteepDegrees)) {
+            if (fabsf(P) < kSteepDegrees && fabsf(Q) < kSteepDegrees) azimuth = apply_correction_table(azimuth);
+            azimuth = blend_with_reference(azimuth, R);
+        }
+        o_values[0] = azimuth;
+        o_values[1] = P;
+        o_values[2] = Q;
+    }
+
+    // 19. Output and history.
+    for (int i = 0; i < 3; ++i) out[i] = o_values[i];
+    for (int i = 0; i < 3; ++i) old_acc[i] = acc[i];
+    if (run_o == 1) {
+        for (int i = 0; i < 3; ++i) old_mag[i] = mag[i];
+    }
+}
