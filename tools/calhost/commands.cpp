@@ -128,7 +128,7 @@ ReplaySummary replay_session(const ReplayRun &run) {
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
     // Timing goes to stderr: standard output stays the same from one replay to the next.
-    std::fprintf(stderr, "calhost: replayed %llu events in %.3f s\n", static_cast<unsigned long long>(n), took.count());
+    if (run.timing) std::fprintf(stderr, "calhost: replayed %llu events in %.3f s\n", static_cast<unsigned long long>(n), took.count());
     return summary;
 }
 

@@ -19,6 +19,7 @@ struct ReplayRun {
     std::string out_csv;     // empty: no output file
     std::string param_file;  // empty: a fresh, private one
     bool progress = false;   // a progress bar on stderr for replays over a second
+    bool timing = true;      // the time taken, on stderr
     ReplaySink *extra = nullptr;
 };
 

@@ -22,11 +22,12 @@ double rotation_vector_azimuth(const float rv[3]) {
     const double q1 = rv[0], q2 = rv[1], q3 = rv[2];
     const double s = 1.0 - q1 * q1 - q2 * q2 - q3 * q3;
     const double q0 = s > 0.0 ? std::sqrt(s) : 0.0;
-    // The rotation about the vertical: the heading of the estimator's earth frame,
-    // whose x axis points along the horizontal field (magnetic north), counted
-    // counter-clockwise; a compass azimuth counts clockwise.
+    // The rotation about the vertical, as the estimator's own Euler heading. The
+    // estimator takes the magnetometer with its x and y axes exchanged, a mirror image,
+    // so this heading turns clockwise seen from above, the way a compass azimuth does:
+    // with the device flat and its top at azimuth A, the heading is A (or A - 360).
     const double heading = std::atan2(2.0 * (q0 * q3 + q1 * q2), q0 * q0 + q1 * q1 - q2 * q2 - q3 * q3) * 180.0 / M_PI;
-    double az = std::fmod(-heading, 360.0);
+    double az = std::fmod(heading, 360.0);
     if (az < 0.0) az += 360.0;
     return az;
 }
