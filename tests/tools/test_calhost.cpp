@@ -183,12 +183,16 @@ TEST_F(CalhostTest, TheRealRecordingCalibratesNearThePhonesOwnEstimate) {
                           &phone[2]),
               3);
 
-    const auto r = run("replay " + session + " --json");
+    char reference[96];
+    std::snprintf(reference, sizeof reference, "%g,%g,%g", phone[0], phone[1], phone[2]);
+    const auto r = run("replay " + session + " --json --reference-offset=" + reference);
     ASSERT_EQ(r.status, 0) << r.err;
     const auto j = r.json();
     EXPECT_EQ(j["final_level"].get<int>(), 3) << r.out;
     ASSERT_TRUE(j["offset_ut"].is_array()) << r.out;
     EXPECT_LT(distance(j["offset_ut"], phone), 6.0) << r.out;
+    EXPECT_TRUE(j["truth_is_reference"].get<bool>());
+    EXPECT_NEAR(j["offset_error_ut"].get<double>(), distance(j["offset_ut"], phone), 1e-9);
 }
 
 TEST_F(CalhostTest, TheParameterFileIsTheReplaysOwnAndKeepsTheOffset) {

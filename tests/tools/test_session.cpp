@@ -198,6 +198,21 @@ TEST(ParseTriple, TakesThreeFiniteNumbers) {
     EXPECT_FALSE(calhost::parse_triple("1,x,3").has_value());
 }
 
+TEST(RotationVectorAzimuth, TurnsClockwiseLikeACompass) {
+    // A rotation vector (0, 0, sin(h/2)) is a heading h about the vertical.
+    auto about_z = [](double deg) {
+        const float rv[3] = {0.0f, 0.0f, static_cast<float>(std::sin(deg * M_PI / 360.0))};
+        return calhost::rotation_vector_azimuth(rv);
+    };
+    EXPECT_NEAR(about_z(0.0), 0.0, 1e-4);
+    EXPECT_NEAR(about_z(90.0), 90.0, 1e-4);
+    EXPECT_NEAR(about_z(-90.0), 270.0, 1e-4);
+    EXPECT_NEAR(about_z(179.0), 179.0, 1e-3);
+    // A vector longer than a unit quaternion allows still gives an angle, not NaN.
+    const float too_long[3] = {1.0f, 1.0f, 1.0f};
+    EXPECT_FALSE(std::isnan(calhost::rotation_vector_azimuth(too_long)));
+}
+
 TEST(Thinned, KeepsASessionOfAnyLengthWithinTwiceItsCap) {
     calhost::Thinned<1> series(100);
     for (int i = 0; i < 100000; ++i) series.push({static_cast<double>(i)});

@@ -120,6 +120,7 @@ ReplaySummary replay_session(const ReplayRun &run) {
     }
     progress.finish();
     ReplaySummary summary = replayer.end(reader);
+    if (run.reference) summary.set_reference(*run.reference);
     summary.param_writes = sandbox.writes();
     summary.param_content = sandbox.content();
     if (csv) {

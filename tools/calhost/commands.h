@@ -2,6 +2,8 @@
 #ifndef CALHOST_COMMANDS_H
 #define CALHOST_COMMANDS_H
 
+#include <array>
+#include <optional>
 #include <string>
 
 #include "replay.h"
@@ -20,6 +22,7 @@ struct ReplayRun {
     std::string param_file;  // empty: a fresh, private one
     bool progress = false;   // a progress bar on stderr for replays over a second
     bool timing = true;      // the time taken, on stderr
+    std::optional<std::array<double, 3>> reference;  // an offset to compare with, µT
     ReplaySink *extra = nullptr;
 };
 

@@ -125,7 +125,10 @@ int main(int argc, char **argv) {
     add_sim_options(simulate_cmd, sim, sim_offset);
 
     // replay
-    std::string session, out_csv, param_file;
+    std::string session, out_csv, param_file, reference;
+    const char *reference_help =
+        "Compare the final offset with this one, x,y,z in µT (e.g. the phone's own estimate), instead of the "
+        "session's truth";
     bool json = false;
     auto *replay = app.add_subcommand(
         "replay", "Replay a session through the module, routing every event as a HAL does, and print a summary");
@@ -135,6 +138,7 @@ int main(int argc, char **argv) {
     replay->add_option("--param-file", param_file,
                        "The module's parameter file (its stored offset) for this replay (default: none stored, "
                        "as on a new phone)");
+    replay->add_option("--reference-offset", reference, reference_help);
     replay->add_flag("--json", json, "Print the summary as JSON");
 
     // report
@@ -146,6 +150,7 @@ int main(int argc, char **argv) {
     report->add_option("--csv", out_csv, "Also write every output event as CSV");
     report->add_option("--param-file", param_file, "The module's parameter file for this replay");
     report->add_option("--plotly", plotly, "The plotly.js bundle to embed")->capture_default_str();
+    report->add_option("--reference-offset", reference, reference_help);
     report->add_flag("--json", json, "Print the summary as JSON");
 
     // demo
@@ -182,6 +187,12 @@ int main(int argc, char **argv) {
         run.module = module;
         run.param_file = param_file;
         run.progress = stderr_is_terminal();
+        if (!reference.empty()) {
+            run.reference = parse_triple(reference);
+            if (!run.reference) {
+                throw UsageError(fmt::format("--reference-offset wants three numbers x,y,z in µT, got `{}`", reference));
+            }
+        }
         if (*replay) {
             run.session = session;
             run.out_csv = out_csv;

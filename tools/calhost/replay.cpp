@@ -220,16 +220,25 @@ ReplaySummary Replayer::end(const SessionReader &reader) {
             s.fits = n;
         }
     }
-    s.truth_offset_ut = reader.truth().offset_ut();
-    if (s.truth_offset_ut && s.offset_ut) {
-        double sq = 0.0;
-        for (std::size_t i = 0; i < 3; ++i) {
-            const double d = static_cast<double>((*s.offset_ut)[i]) - (*s.truth_offset_ut)[i];
-            sq += d * d;
-        }
-        s.offset_error_ut = std::sqrt(sq);
+    if (const auto truth = reader.truth().offset_ut()) {
+        s.set_reference(*truth);
+        s.truth_is_reference = false;
     }
     return s;
+}
+
+void ReplaySummary::set_reference(const std::array<double, 3> &offset) {
+    truth_offset_ut = offset;
+    truth_is_reference = true;
+    offset_error_ut.reset();
+    if (offset_ut) {
+        double sq = 0.0;
+        for (std::size_t i = 0; i < 3; ++i) {
+            const double d = static_cast<double>((*offset_ut)[i]) - offset[i];
+            sq += d * d;
+        }
+        offset_error_ut = std::sqrt(sq);
+    }
 }
 
 nlohmann::json ReplaySummary::to_json() const {
@@ -255,6 +264,7 @@ nlohmann::json ReplaySummary::to_json() const {
     j["radius_ut"] = radius_ut ? json(*radius_ut) : json(nullptr);
     j["fits"] = fits;
     j["truth_offset_ut"] = truth_offset_ut ? json(*truth_offset_ut) : json(nullptr);
+    j["truth_is_reference"] = truth_is_reference;
     j["offset_error_ut"] = offset_error_ut ? json(*offset_error_ut) : json(nullptr);
     j["param_file"] = {{"writes", param_writes}, {"content", param_content}};
     j["absent"] = absent;
@@ -293,8 +303,8 @@ std::string ReplaySummary::to_text() const {
         s += "\n";
     }
     if (truth_offset_ut) {
-        s += fmt::format("truth     {:.2f} {:.2f} {:.2f} µT", (*truth_offset_ut)[0], (*truth_offset_ut)[1],
-                         (*truth_offset_ut)[2]);
+        s += fmt::format("{}{:.2f} {:.2f} {:.2f} µT", truth_is_reference ? "reference " : "truth     ",
+                         (*truth_offset_ut)[0], (*truth_offset_ut)[1], (*truth_offset_ut)[2]);
         if (offset_error_ut) s += fmt::format("   offset error {:.2f} µT", *offset_error_ut);
         s += "\n";
     }

@@ -73,12 +73,15 @@ struct ReplaySummary {
     std::optional<std::array<float, 3>> offset_ut;       // get_magnetic_offset
     std::optional<double> radius_ut;                     // mean radius of the held fits
     int fits = 0;
-    std::optional<std::array<double, 3>> truth_offset_ut;
+    std::optional<std::array<double, 3>> truth_offset_ut;  // the session's truth, or a reference
+    bool truth_is_reference = false;  // given on the command line (e.g. the phone's own estimate)
     std::optional<double> offset_error_ut;
     std::uint64_t param_writes = 0;
     std::string param_content;
     std::vector<std::string> absent;  // exported families this build lacks
 
+    // Compares the final offset with this one instead of the session's truth.
+    void set_reference(const std::array<double, 3> &offset_ut);
     nlohmann::json to_json() const;
     std::string to_text() const;
 };

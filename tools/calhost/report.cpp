@@ -118,7 +118,10 @@ nlohmann::json ReportCollector::data(const ReplaySummary &s) const {
             d["sphere"] = {{"centre", {cx, cy, cz}}, {"radius", r}, {"from_fits", s.radius_ut.has_value()}};
         }
     }
-    if (s.truth_offset_ut) d["truth_offset"] = *s.truth_offset_ut;
+    if (s.truth_offset_ut) {
+        d["truth_offset"] = *s.truth_offset_ut;
+        d["truth_label"] = s.truth_is_reference ? "reference offset" : "true offset";
+    }
 
     json rows = json::array();
     auto row = [&](const std::string &k, const std::string &v) { rows.push_back({k, v}); };
@@ -136,7 +139,7 @@ nlohmann::json ReportCollector::data(const ReplaySummary &s) const {
     row("Field radius", s.radius_ut ? fmt::format("{:.2f} µT (mean of {} held fits)", *s.radius_ut, s.fits)
                                     : std::string("–"));
     if (s.truth_offset_ut) {
-        row("True offset", fmt::format("{:.2f}, {:.2f}, {:.2f} µT", (*s.truth_offset_ut)[0], (*s.truth_offset_ut)[1],
+        row(s.truth_is_reference ? "Reference offset" : "True offset", fmt::format("{:.2f}, {:.2f}, {:.2f} µT", (*s.truth_offset_ut)[0], (*s.truth_offset_ut)[1],
                                        (*s.truth_offset_ut)[2]));
         row("Offset error", fmt_opt(s.offset_error_ut, " µT"));
     }
@@ -203,7 +206,7 @@ constexpr const char *kPageScript = R"JS(
   }
   if (DATA.truth_offset) {
     var t0 = DATA.truth_offset;
-    cloud.push({type: 'scatter3d', mode: 'markers', x: [t0[0]], y: [t0[1]], z: [t0[2]], name: 'true offset',
+    cloud.push({type: 'scatter3d', mode: 'markers', x: [t0[0]], y: [t0[1]], z: [t0[2]], name: DATA.truth_label,
                 marker: {size: 6, color: '#2ca02c', symbol: 'cross'}});
   }
   plots.push(Plotly.newPlot('plot-cloud', cloud, {
