@@ -115,41 +115,34 @@ void BM_PocketDetection(benchmark::State &state) {
     run_convert(state, 0x10001, events);
 }
 
-// One step of the rotation-vector estimator (through get_gravity_value, as calhost calls it).
-void BM_RotationVectorGravityStep(benchmark::State &state) {
+// An exported per-accelerometer-sample function, on the recording's accelerometer
+// events in order, with a period of 5 ms (the recording's 200 Hz).
+void run_vector_fn(benchmark::State &state, calhost::VectorFn fn, const char *name) {
     if (!ready(state)) return;
-    const Module &m = *fixture().module;
-    if (!m.gravity_fn()) {
-        state.SkipWithError("the module exports no get_gravity_value");
+    if (!fn) {
+        state.SkipWithError((std::string("the module exports no ") + name).c_str());
         return;
     }
     const auto &acc = fixture().acc;
     std::size_t i = 0;
-    float g[3];
+    float out[3];
+    const std::int32_t period = 5;
     for (auto _ : state) {
-        m.gravity(acc[i].data, 5, g);
-        benchmark::DoNotOptimize(g);
+        calhost::ModuleCall call;
+        fn(acc[i].data, &period, out);
+        benchmark::DoNotOptimize(out);
         if (++i == acc.size()) i = 0;
     }
     state.SetItemsProcessed(state.iterations());
 }
 
+// One step of the rotation-vector estimator (through get_gravity_value, as calhost calls it).
+void BM_RotationVectorGravityStep(benchmark::State &state) {
+    run_vector_fn(state, fixture().module ? fixture().module->gravity_fn() : nullptr, "get_gravity_value");
+}
+
 void BM_SoftGyroscope(benchmark::State &state) {
-    if (!ready(state)) return;
-    const Module &m = *fixture().module;
-    if (!m.soft_gyro_fn()) {
-        state.SkipWithError("the module exports no get_soft_gyro_value");
-        return;
-    }
-    const auto &acc = fixture().acc;
-    std::size_t i = 0;
-    float w[3];
-    for (auto _ : state) {
-        m.soft_gyro(acc[i].data, 5, w);
-        benchmark::DoNotOptimize(w);
-        if (++i == acc.size()) i = 0;
-    }
-    state.SetItemsProcessed(state.iterations());
+    run_vector_fn(state, fixture().module ? fixture().module->soft_gyro_fn() : nullptr, "get_soft_gyro_value");
 }
 
 // Every event of the recording routed as calhost replay routes it (no parsing, no output file).

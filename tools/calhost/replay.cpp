@@ -143,29 +143,15 @@ void Replayer::magnetometer(const SessionRow &row, const sensors_event_t &in) {
         out.type = kMagneticFieldUncalibrated;
         if (module_.convert(mag_uncal_, u, &out) == 0) emit(t, kMagneticFieldUncalibrated, out.data, 6);
     }
-    if (orientation_) {
-        // The orientation algorithm takes the magnetic-field event the framework gets,
-        // with the accuracy level in its status byte.
-        sensors_event_t out = field;
-        out.type = kOrientation;
-        if (module_.convert(orientation_, field, &out) == 0) {
-            const int status = out.vector.status;
-            emit(t, kOrientation, out.data, 3, &status);
-        }
-    }
+    // The orientation algorithm takes the magnetic-field event the framework gets,
+    // with the accuracy level in its status byte.
+    orientation(field);
 }
 
 void Replayer::accelerometer(const SessionRow &row, const sensors_event_t &in) {
     const std::int64_t t = row.time_ns;
-    if (orientation_) {
-        // Updates the algorithm's cached acceleration; it delivers only on magnetic events.
-        sensors_event_t out = in;
-        out.type = kOrientation;
-        if (module_.convert(orientation_, in, &out) == 0) {
-            const int status = out.vector.status;
-            emit(t, kOrientation, out.data, 3, &status);
-        }
-    }
+    // Updates the algorithm's cached acceleration; it delivers only on magnetic events.
+    orientation(in);
     // The first sample only sets the time base: with no earlier sample there is no
     // period to give the estimators.
     const bool have_period = have_previous_acc_;
@@ -193,6 +179,16 @@ void Replayer::accelerometer(const SessionRow &row, const sensors_event_t &in) {
         float w[3];
         module_.soft_gyro(acc, period, w);
         emit(t, kGyroscope, w, 3);
+    }
+}
+
+void Replayer::orientation(const sensors_event_t &in) {
+    if (!orientation_) return;
+    sensors_event_t out = in;
+    out.type = kOrientation;
+    if (module_.convert(orientation_, in, &out) == 0) {
+        const int status = out.vector.status;
+        emit(in.timestamp, kOrientation, out.data, 3, &status);
     }
 }
 

@@ -21,17 +21,18 @@ namespace calhost {
 // their own record's type; the exported families are reported under the type of the
 // Android sensor they stand in for.
 enum OutputType : int {
-    kAccelerometer = 1,
-    kMagneticField = 2,
-    kOrientation = 3,
+    kAccelerometer = CALMODULE_TYPE_ACCELEROMETER,
+    kMagneticField = CALMODULE_TYPE_MAGNETIC_FIELD,
+    kOrientation = CALMODULE_TYPE_ORIENTATION,
+    kLight = CALMODULE_TYPE_LIGHT,
+    kProximity = CALMODULE_TYPE_PROXIMITY,
+    kMagneticFieldUncalibrated = CALMODULE_TYPE_MAGNETIC_FIELD_UNCALIBRATED,
+    kPocket = CALMODULE_TYPE_POCKET,
+    // Android's types of the sensors the exported families stand in for.
     kGyroscope = 4,  // the soft gyroscope
-    kLight = 5,
-    kProximity = 8,
     kGravity = 9,
     kLinearAcceleration = 10,
     kRotationVector = 11,
-    kMagneticFieldUncalibrated = 14,
-    kPocket = 0x10001,
 };
 
 // "magnetic_field", "orientation", ...; "type_N" for types calhost has no name for.
@@ -100,6 +101,7 @@ private:
     void magnetometer(const SessionRow &row, const sensors_event_t &in);
     void accelerometer(const SessionRow &row, const sensors_event_t &in);
     void pocket(const sensors_event_t &in);
+    void orientation(const sensors_event_t &in);
 
     const Module &module_;
     ReplaySink *sink_;

@@ -132,14 +132,8 @@ SessionReader::SessionReader(const std::string &path) : path_(path) {
     file_size_ = S_ISREG(st.st_mode) ? static_cast<std::uint64_t>(st.st_size) : 0;
 
     std::string_view line;
-    while (read_line(line)) {
-        const std::string_view t = trim(line);
-        if (t.empty()) continue;
-        if (t.front() == '#') {
-            truth_.add_comment(t.substr(1));
-            continue;
-        }
-        parse_header(t);
+    if (next_content_line(line)) {
+        parse_header(line);
         return;
     }
     if (line_no_ == 0) {
@@ -215,19 +209,25 @@ void SessionReader::parse_header(std::string_view line) {
     }
 }
 
-bool SessionReader::next(SessionRow &row) {
-    std::string_view line;
-    while (read_line(line)) {
-        const std::string_view t = trim(line);
-        if (t.empty()) continue;
-        if (t.front() == '#') {
-            truth_.add_comment(t.substr(1));
+bool SessionReader::next_content_line(std::string_view &line) {
+    std::string_view raw;
+    while (read_line(raw)) {
+        line = trim(raw);
+        if (line.empty()) continue;
+        if (line.front() == '#') {
+            truth_.add_comment(line.substr(1));
             continue;
         }
-        parse_row(t, row);
         return true;
     }
     return false;
+}
+
+bool SessionReader::next(SessionRow &row) {
+    std::string_view line;
+    if (!next_content_line(line)) return false;
+    parse_row(line, row);
+    return true;
 }
 
 void SessionReader::parse_row(std::string_view line, SessionRow &row) {

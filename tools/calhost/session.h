@@ -81,6 +81,8 @@ public:
 
 private:
     bool read_line(std::string_view &line);
+    // The next line that is neither blank nor a comment, trimmed; comments feed the truth.
+    bool next_content_line(std::string_view &line);
     [[noreturn]] void fail(const std::string &what) const;
     void parse_header(std::string_view line);
     void parse_row(std::string_view line, SessionRow &row);
