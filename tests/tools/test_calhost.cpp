@@ -126,6 +126,21 @@ TEST_F(CalhostTest, NonFiniteAndHugeReadingsGoToTheModuleAndTheReplayGoesOn) {
     EXPECT_NE(slurp(file("out.csv")).find(",type_77,,nan,nan,nan,"), std::string::npos);
 }
 
+TEST_F(CalhostTest, TheModulesLogRecordsGoToStderrFromTheChosenPriority) {
+    const std::string session =
+        write("pocket.csv", "time_ns,type,v0,v1,v2\n1000,5,500,0,0\n2000,8,0,0,0\n3000,42,1,2,3\n");
+    auto r = run("replay " + session + " --log-level debug");
+    ASSERT_EQ(r.status, 0) << r.err;
+    // A HAL enables each algorithm with a config method before the first event.
+    EXPECT_NE(r.err.find("sensor_cal.common D"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("Enable status changed to 1"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("last_light:500.000000 last_proximity:-1.000000"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out.find("last_light"), std::string::npos) << "log records must stay off stdout";
+    r = run("replay " + session + " --log-level silent");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err.find("sensor_cal.common"), std::string::npos) << r.err;
+}
+
 TEST_F(CalhostTest, SimulateWritesTheSameSessionForTheSameSeed) {
     ASSERT_EQ(run("simulate -o " + file("a.csv")).status, 0);
     ASSERT_EQ(run("simulate --seed 1 -o " + file("b.csv")).status, 0);

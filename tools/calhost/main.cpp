@@ -10,6 +10,8 @@
 #include <cstring>
 #include <iostream>
 
+#include <android/log.h>
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
@@ -98,6 +100,24 @@ void add_sim_options(CLI::App *cmd, SimOptions &o, std::string &offset) {
     cmd->add_option("--light-rate", o.light_hz, "Light sensor rate, Hz")->capture_default_str();
 }
 
+// The lowest priority of the module's log records that reach stderr.
+void add_log_option(CLI::App *cmd, std::string &level) {
+    cmd->add_option("--log-level", level,
+                    "The module's log records shown on stderr, from this priority up: verbose, debug, info, warn, "
+                    "error or silent (default: the Android log library's, info)")
+        ->check(CLI::IsMember({"verbose", "debug", "info", "warn", "error", "silent"}));
+}
+
+void apply_log_level(const std::string &level) {
+    if (level.empty()) return;
+    static const std::pair<const char *, int> kLevels[] = {
+        {"verbose", ANDROID_LOG_VERBOSE}, {"debug", ANDROID_LOG_DEBUG}, {"info", ANDROID_LOG_INFO},
+        {"warn", ANDROID_LOG_WARN},       {"error", ANDROID_LOG_ERROR}, {"silent", ANDROID_LOG_SILENT}};
+    for (const auto &[name, priority] : kLevels) {
+        if (level == name) __android_log_set_minimum_priority(priority);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -130,6 +150,7 @@ int main(int argc, char **argv) {
         "Compare the final offset with this one, x,y,z in µT (e.g. the phone's own estimate), instead of the "
         "session's truth";
     bool json = false;
+    std::string log_level;
     auto *replay = app.add_subcommand(
         "replay", "Replay a session through the module, routing every event as a HAL does, and print a summary");
     replay->add_option("session", session, "Session file (CSV: time_ns,type,v0,v1,v2)")->required();
@@ -140,6 +161,7 @@ int main(int argc, char **argv) {
                        "as on a new phone)");
     replay->add_option("--reference-offset", reference, reference_help);
     replay->add_flag("--json", json, "Print the summary as JSON");
+    add_log_option(replay, log_level);
 
     // report
     std::string html, plotly = default_plotly_path();
@@ -152,6 +174,7 @@ int main(int argc, char **argv) {
     report->add_option("--plotly", plotly, "The plotly.js bundle to embed")->capture_default_str();
     report->add_option("--reference-offset", reference, reference_help);
     report->add_flag("--json", json, "Print the summary as JSON");
+    add_log_option(report, log_level);
 
     // demo
     std::string demo_dir = "calhost-demo";
@@ -162,6 +185,7 @@ int main(int argc, char **argv) {
     demo->add_option("--module", module, module_help);
     demo->add_option("--plotly", plotly, "The plotly.js bundle to embed")->capture_default_str();
     add_sim_options(demo, demo_sim, demo_offset);
+    add_log_option(demo, log_level);
 
     try {
         app.parse(argc, argv);
@@ -170,6 +194,7 @@ int main(int argc, char **argv) {
         return rc == 0 ? kExitOk : kExitBadInput;
     }
 
+    apply_log_level(log_level);
     try {
         if (*info) {
             std::cout << describe_module(module);

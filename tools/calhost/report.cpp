@@ -57,7 +57,7 @@ void ReportCollector::output(const OutputEvent &e) {
     switch (e.type) {
         case kMagneticField:
             if (e.status != last_level_) {
-                level_.push_back({t, static_cast<double>(e.status)});
+                level_.push({t, static_cast<double>(e.status)});
                 last_level_ = e.status;
             }
             magnitude_.push({t, std::sqrt(v(0) * v(0) + v(1) * v(1) + v(2) * v(2))});
@@ -68,7 +68,7 @@ void ReportCollector::output(const OutputEvent &e) {
             rv_heading_.push({t, rotation_vector_azimuth(rv)});
             break;
         }
-        case kPocket: pocket_.push_back({t, v(0)}); break;
+        case kPocket: pocket_.push({t, v(0)}); break;
         default: break;
     }
 }
@@ -96,10 +96,11 @@ std::string fmt_opt(const std::optional<double> &v, const char *unit) {
 nlohmann::json ReportCollector::data(const ReplaySummary &s) const {
     using nlohmann::json;
     json d;
-    auto level = level_;
+    // The level's steps, drawn on to the last magnetometer sample.
+    auto level = level_.points();
     if (!level.empty()) level.push_back({last_level_t_, level.back()[1]});
     d["level"] = columns(level);
-    d["pocket"] = columns(pocket_);
+    d["pocket"] = columns(pocket_.points());
     d["magnitude"] = columns(magnitude_.points());
     d["cloud"] = columns(cloud_.points());
     d["orientation"] = columns(orientation_.points());

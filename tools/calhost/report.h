@@ -57,8 +57,8 @@ private:
     std::int64_t first_ = 0;
     int last_level_ = -2;
     double last_level_t_ = 0.0;
-    std::vector<std::array<double, 2>> level_;   // t, level: each change
-    std::vector<std::array<double, 2>> pocket_;  // t, state: each report
+    Thinned<2> level_{4000};                     // t, level: each change
+    Thinned<2> pocket_{4000};                    // t, state: each report
     Thinned<2> magnitude_{4000};                 // t, |calibrated field| µT
     Thinned<3> cloud_{3000};                     // raw samples, µT
     Thinned<4> orientation_{4000};               // t, azimuth, pitch, roll
