@@ -9,13 +9,17 @@
 //   -> blend of the new vector part with the previous output, weighted by heading and
 //      roll; the blended vector is published and becomes the next starting quaternion.
 // The first accepted call only seeds the previous output; publishing starts with the
-// second. Rejected calls (period outside 1..1000 ms, all-zero accelerometer) return
-// the last published vector and change nothing.
+// second. Rejected calls (period outside 1..1000, all-zero accelerometer) return the
+// last published vector and change nothing. The period is the caller's sampling period;
+// we read it as milliseconds (1 ms to 1 s), but only its range matters here.
 //
-// Bad input is not screened beyond that: a NaN sample travels through the filters, and
-// once it has reached the low-pass state that state stays NaN, the descent then stops
-// before its first step on every call and the estimator keeps reporting the identity
-// attitude. That is defined behaviour, and it keeps finite input bit-exact.
+// Bad input is screened only as above. A NaN sample travels on: a lone one is usually
+// dropped by the trimmed mean, but once a NaN reaches the low-pass state that state
+// stays NaN, every later descent stops before its first step, and the estimator reports
+// the identity attitude (rotation vector 0, gravity straight down) until the library
+// is reloaded. Defined, never a crash; kept so that the estimator's arithmetic is the
+// same for every input. Callers with sensors that can report NaN drop such samples
+// before calling.
 #include <cmath>
 
 #include "fusion/rv_state.h"

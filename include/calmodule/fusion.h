@@ -37,8 +37,9 @@ CALMODULE_API extern int16_t RunRVFlag;
 // ---- Rotation vector, gravity, linear acceleration --------------------------------
 
 // One estimator step from acc (m/s^2, device axes) and the calibrated field; writes
-// the rotation vector (q1, q2, q3) to out. Runs only for 1 <= *period <= 1000 and a
-// not all-zero acc; otherwise out = m_rvector and nothing changes.
+// the rotation vector (q1, q2, q3) to out. *period is the sampling period in ms, only
+// range-checked: the step runs for 1..1000 and an acc not all zero; otherwise
+// out = m_rvector and nothing changes.
 CALMODULE_API void get_rv_value(const float acc[3], const int32_t *period, float out[3]);
 // One estimator step (unless one is running), then out = gravity in the device
 // frame, m/s^2, magnitude 9.79.

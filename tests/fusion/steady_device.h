@@ -28,8 +28,10 @@ inline bool same_bits(const float *got, const float *expected, int n) {
     return true;
 }
 
-// A device lying still at heading, pitch and roll given in degrees. The earth field is
-// 45 uT, inclined 60 degrees downwards, with its horizontal part along earth x.
+// The earth field, uT: 45 uT inclined 60 degrees downwards, horizontal part along x.
+constexpr float kEarthField[3] = {22.5f, 0.0f, -38.97114317f};
+
+// A device lying still at heading, pitch and roll given in degrees, in that field.
 struct SteadyDevice {
     float q[4];            // device-to-earth attitude, scalar first
     float gravity_dir[3];  // unit at-rest accelerometer direction, device axes
@@ -51,11 +53,10 @@ struct SteadyDevice {
             {2 * (q1 * q2 - q0 * q3), q0 * q0 - q1 * q1 + q2 * q2 - q3 * q3, 2 * (q2 * q3 + q0 * q1)},
             {2 * (q1 * q3 + q0 * q2), 2 * (q2 * q3 - q0 * q1), q0 * q0 - q1 * q1 - q2 * q2 + q3 * q3},
         };
-        const double earth_field[3] = {45.0 * 0.5, 0.0, -45.0 * 0.8660254037844386};
         for (int i = 0; i < 3; ++i) {
             gravity_dir[i] = static_cast<float>(m[i][2]);
             acc[i] = static_cast<float>(9.8 * m[i][2]);
-            field[i] = static_cast<float>(m[i][0] * earth_field[0] + m[i][2] * earth_field[2]);
+            field[i] = static_cast<float>(m[i][0] * (45.0 * 0.5) + m[i][2] * (-45.0 * 0.8660254037844386));
         }
         cali_mag[0] = field[1];
         cali_mag[1] = field[0];

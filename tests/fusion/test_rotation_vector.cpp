@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 
 #include "calmodule/fusion.h"
@@ -48,9 +49,9 @@ struct Snapshot {
         std::memcpy(s.old, q_l_old, sizeof s.old);
         s.flag = q_l_flag;
         s.running = RunRVFlag;
-        s.acc_smoothing = quarvel::rv_acc_smoothing;
-        s.mag_smoothing = quarvel::rv_mag_smoothing;
-        s.low_pass = quarvel::rv_low_pass;
+        std::memcpy(static_cast<void *>(&s.acc_smoothing), &quarvel::rv_acc_smoothing, sizeof s.acc_smoothing);
+        std::memcpy(static_cast<void *>(&s.mag_smoothing), &quarvel::rv_mag_smoothing, sizeof s.mag_smoothing);
+        std::memcpy(static_cast<void *>(&s.low_pass), &quarvel::rv_low_pass, sizeof s.low_pass);
         return s;
     }
     bool operator==(const Snapshot &o) const { return std::memcmp(this, &o, sizeof o) == 0; }
@@ -109,55 +110,36 @@ TEST(RotationVector, PeriodsOutsideOneToThousandChangeNothing) {
     }
 }
 
-TEST(RotationVector, AllZeroAccelerometerIsRejectedButOneAxisIsEnough) {
-    const float zero[3] = {0.0f, -0.0f, 0.0f};
-    float out[3] = {9, 9, 9};
-    get_rv_value(zero, &kPeriod, out);
-    for (float c : out) EXPECT_EQ(c, 0.0f);
-    EXPECT_EQ(q_l_flag, 0);
+TEST(RotationVector, WhatEntersTheFilters) {
+    // An all-zero sample is rejected; one non-zero axis is enough, and only the
+    // direction counts.
+    const float zero[3] = {0.0f, -0.0f, 0.0f}, one_axis[3] = {0.0f, 0.0f, -0.5f};
+    run(zero, 1);
     EXPECT_EQ(quarvel::rv_low_pass.seeded, 0);
-
-    const float one_axis[3] = {0.0f, 0.0f, -0.5f};
-    get_rv_value(one_axis, &kPeriod, out);
-    EXPECT_EQ(q_l_flag, 1);
-    EXPECT_EQ(quarvel::rv_acc_smoothing.axis[2].ring[0], -1.0f);  // direction only
-}
-
-TEST(RotationVector, AccelerometerIsClampedToOneGPerAxisBeforeNormalising) {
-    const float hard[3] = {30.0f, 0.0f, 0.0f};
-    run(hard, 1);
-    const float tilted[3] = {-30.0f, 30.0f, 0.0f};
-    run(tilted, 1);
-    const float huge[3] = {std::numeric_limits<float>::infinity(), 0.0f, -1e30f};
-    run(huge, 1);
-    const auto &s = quarvel::rv_acc_smoothing.axis;
-    EXPECT_EQ(s[0].ring[0], 1.0f);
-    EXPECT_EQ(s[1].ring[0], 0.0f);
-    const float diagonal = 1.0f / static_cast<float>(std::sqrt(2.0));
-    EXPECT_EQ(s[0].ring[1], -diagonal);
-    EXPECT_EQ(s[1].ring[1], diagonal);
-    EXPECT_EQ(s[0].ring[2], diagonal);
-    EXPECT_EQ(s[2].ring[2], -diagonal);
-}
-
-TEST(RotationVector, FieldEntersWithItsFirstTwoAxesExchanged) {
     quarvel::cali_mag_values[0] = 11.0f;
     quarvel::cali_mag_values[1] = -22.0f;
     quarvel::cali_mag_values[2] = 33.0f;
-    const float acc[3] = {0, 0, 9.8f};
-    run(acc, 1);
-    const auto &s = quarvel::rv_mag_smoothing.axis;
-    EXPECT_EQ(s[0].ring[0], -22.0f);
-    EXPECT_EQ(s[1].ring[0], 11.0f);
-    EXPECT_EQ(s[2].ring[0], 33.0f);
-}
+    run(one_axis, 1);
+    EXPECT_EQ(q_l_flag, 1);
+    // Each axis is clamped to 1 g before normalising.
+    const float tilted[3] = {-30.0f, 30.0f, 0.0f};
+    const float huge[3] = {std::numeric_limits<float>::infinity(), 0.0f, -1e30f};
+    run(tilted, 1);
+    run(huge, 1);
 
-TEST(RotationVector, LowPassFollowsTheSmoothedInputByOneFifth) {
-    const SteadyDevice d(0, 0, 30);
-    seed_field(d);
-    run(d.acc, 3);  // smoothing outputs 0, 0, then a sixth of the sample
-    const float sixth = quarvel::rv_acc_smoothing.axis[2].ring[0] / 6.0f;
-    EXPECT_EQ(bits(quarvel::rv_low_pass.acc[2]), bits(0.2f * sixth + 0.8f * 0.0f));
+    const auto &a = quarvel::rv_acc_smoothing.axis;
+    const float diagonal = 1.0f / static_cast<float>(std::sqrt(2.0));
+    const float slot0[3] = {0, 0, -1}, slot1[3] = {-diagonal, diagonal, 0}, slot2[3] = {diagonal, 0, -diagonal};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(a[i].ring[0], slot0[i]) << i;
+        EXPECT_EQ(a[i].ring[1], slot1[i]) << i;
+        EXPECT_EQ(a[i].ring[2], slot2[i]) << i;
+    }
+    // The field enters in the accelerometer's axes: x and y exchanged.
+    const auto &m = quarvel::rv_mag_smoothing.axis;
+    EXPECT_EQ(m[0].ring[0], -22.0f);
+    EXPECT_EQ(m[1].ring[0], 11.0f);
+    EXPECT_EQ(m[2].ring[0], 33.0f);
 }
 
 // ---- a steady device ------------------------------------------------------------------
@@ -234,48 +216,24 @@ struct BandCase {
 };
 
 TEST(RotationVectorBlend, BandEdges) {
-    const float up = std::nextafter(120.0f, 200.0f);
+    const float above_120 = std::nextafter(120.0f, 200.0f);
     const BandCase cases[] = {
-        // Upright enough (0 < |roll| < 134): the heading decides.
-        {0.0f, 10.0f, true, 0.9f, 0.1f},
-        {120.0f, 10.0f, true, 0.9f, 0.1f},
-        {-120.0f, -10.0f, true, 0.9f, 0.1f},
-        {up, 10.0f, true, 0.8f, 0.2f},
-        {-up, 10.0f, true, 0.8f, 0.2f},
-        {126.0f, 10.0f, true, 0.8f, 0.2f},
-        {138.0f, 10.0f, true, 0.6f, 0.4f},
-        {144.0f, 10.0f, true, 0.5f, 0.5f},
-        {162.0f, 10.0f, true, 0.2f, 0.8f},
-        {162.5f, 10.0f, true, 0.1f, 0.9f},
-        {167.99f, 10.0f, true, 0.1f, 0.9f},
-        {168.0f, 10.0f, false, 0, 0},
-        {-168.0f, 10.0f, false, 0, 0},
-        {168.01f, 10.0f, true, 0.05f, 0.95f},
-        {-173.99f, 133.9f, true, 0.05f, 0.95f},
-        {174.0f, 10.0f, false, 0, 0},
+        // Upright enough (0 < |roll| < 134): the heading decides, mirrored for negatives.
+        {120.0f, 10.0f, true, 0.9f, 0.1f},      {-120.0f, -10.0f, true, 0.9f, 0.1f},
+        {above_120, 10.0f, true, 0.8f, 0.2f},   {-above_120, 10.0f, true, 0.8f, 0.2f},
+        {144.0f, 10.0f, true, 0.5f, 0.5f},      {162.0f, 10.0f, true, 0.2f, 0.8f},
+        {167.99f, 10.0f, true, 0.1f, 0.9f},     {168.0f, 10.0f, false, 0, 0},
+        {-168.0f, 10.0f, false, 0, 0},          {168.01f, 10.0f, true, 0.05f, 0.95f},
+        {-173.99f, 133.9f, true, 0.05f, 0.95f}, {174.0f, 10.0f, false, 0, 0},
         {-174.0f, 10.0f, false, 0, 0},
-        {179.9f, 10.0f, false, 0, 0},
         // Roll exactly zero: never a blend, whatever the heading.
-        {0.0f, 0.0f, false, 0, 0},
-        {170.0f, -0.0f, false, 0, 0},
-        {100.0f, 0.0f, false, 0, 0},
-        // Upside down (|roll| >= 134): the roll decides; no even split.
-        {0.0f, 134.0f, true, 0.9f, 0.1f},
-        {0.0f, -134.0f, true, 0.9f, 0.1f},
-        {0.0f, 136.99f, true, 0.9f, 0.1f},
-        {0.0f, 137.0f, true, 0.8f, 0.2f},
-        {0.0f, -143.0f, true, 0.6f, 0.4f},
-        {0.0f, 147.0f, true, 0.4f, 0.6f},
-        {0.0f, 149.99f, true, 0.4f, 0.6f},
-        {0.0f, 150.0f, true, 0.3f, 0.7f},
-        {0.0f, 162.0f, true, 0.1f, 0.9f},
-        {0.0f, 168.0f, true, 0.05f, 0.95f},
-        {0.0f, -173.99f, true, 0.05f, 0.95f},
-        {0.0f, 174.0f, false, 0, 0},
-        {0.0f, -179.9f, false, 0, 0},
+        {0.0f, 0.0f, false, 0, 0},              {170.0f, -0.0f, false, 0, 0},
+        // Upside down (|roll| >= 134): the roll decides; there is no even split.
+        {0.0f, 134.0f, true, 0.9f, 0.1f},       {0.0f, -134.0f, true, 0.9f, 0.1f},
+        {0.0f, 136.99f, true, 0.9f, 0.1f},      {0.0f, 147.0f, true, 0.4f, 0.6f},
+        {0.0f, -173.99f, true, 0.05f, 0.95f},   {0.0f, 174.0f, false, 0, 0},
         // NaN angles match nothing.
-        {kNaN, 10.0f, false, 0, 0},
-        {0.0f, kNaN, false, 0, 0},
+        {kNaN, 10.0f, false, 0, 0},             {0.0f, kNaN, false, 0, 0},
     };
     for (const BandCase &c : cases) {
         quarvel::BlendWeights w{-1, -1};
@@ -377,28 +335,30 @@ TEST(Gravity, ARejectedSampleKeepsTheLastGravity) {
     for (int i = 0; i < 3; ++i) EXPECT_EQ(la[i], -g[i]);
 }
 
-TEST(Gravity, DirectionCosinesOfSimpleTurns) {
+TEST(Gravity, DirectionCosinesTakeEarthGravityIntoTheDeviceFrame) {
     const float ref[3] = {0, 0, 9.79f};
     float m[9], g[3];
-
     const float identity[4] = {1, 0, 0, 0};
     Quat2DCM(identity, m);
     const float expected_identity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    for (int i = 0; i < 9; ++i) EXPECT_EQ(m[i], expected_identity[i]) << i;
+    EXPECT_TRUE(fusiontest::same_bits(m, expected_identity, 9));
 
     const float half_turn_x[4] = {0, 1, 0, 0};
     Quat2DCM(half_turn_x, m);
     mat_prod31(m, ref, g);
-    EXPECT_EQ(g[0], 0.0f);
-    EXPECT_EQ(g[1], 0.0f);
-    EXPECT_EQ(g[2], -9.79f);
+    const float upside_down[3] = {0, 0, -9.79f};  // each row summed from +0: no -0
+    EXPECT_TRUE(fusiontest::same_bits(g, upside_down, 3));
 
-    const float quarter_turn_x[4] = {0.70710678f, 0.70710678f, 0, 0};
-    Quat2DCM(quarter_turn_x, m);
-    mat_prod31(m, ref, g);
-    EXPECT_EQ(g[0], 0.0f);
-    EXPECT_NEAR(g[1], 9.79f, 1e-5f);
-    EXPECT_NEAR(g[2], 0.0f, 1e-5f);
+    for (const SteadyDevice &d : {SteadyDevice(0, 0, 90), SteadyDevice(30, 10, 20), SteadyDevice(-120, -35, 160)}) {
+        Quat2DCM(d.q, m);
+        mat_prod31(m, ref, g);
+        float f[3];
+        mat_prod31(m, fusiontest::kEarthField, f);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_NEAR(g[i], 9.79f * d.gravity_dir[i], 2e-5f) << i;
+            EXPECT_NEAR(f[i], d.field[i], 1e-4f) << i;
+        }
+    }
 
     // A non-unit quaternion is used as it comes: the diagonal form 2(q0^2 + qi^2) - 1.
     const float doubled[4] = {2, 0, 0, 0};
@@ -408,36 +368,24 @@ TEST(Gravity, DirectionCosinesOfSimpleTurns) {
     EXPECT_EQ(m[8], 7.0f);
 }
 
-TEST(Gravity, MatrixTimesVectorSumsEachRowFromPositiveZero) {
-    const float m[9] = {-1, 0, 0, 1, 2, 3, 0, 0, 0};
-    const float v[3] = {0, 4, -1};
-    float out[3];
-    mat_prod31(m, v, out);
-    EXPECT_EQ(bits(out[0]), 0u);  // 0 + (-0) + 0 + 0: +0
-    EXPECT_EQ(out[1], 5.0f);
-    EXPECT_EQ(bits(out[2]), 0u);
-}
-
-// ---- bad input -----------------------------------------------------------------------------
-
-TEST(RotationVectorBadInput, NaNSamplesAndFieldsStayDefined) {
+TEST(RotationVectorBadInput, ABurstOfNaNSamplesLeavesTheEstimatorAtTheIdentity) {
+    // GIVEN a settled estimator
     const SteadyDevice d(30, 10, 20);
     seed_field(d);
     run(d.acc, 40);
+    // WHEN a burst of NaN samples gets through the spike filter into the low-pass state
     const float nan_acc[3] = {kNaN, 0.0f, 9.8f};
-    float out[3], g[3], la[3];
-    get_rv_value(nan_acc, &kPeriod, out);
-    get_gravity_value(nan_acc, &kPeriod, g);
-    get_la_value(nan_acc, &kPeriod, la);
-    run(d.acc, 20);
-    quarvel::cali_mag_values[0] = kNaN;
-    run(d.acc, 20);
+    run(nan_acc, 5);
+    ASSERT_TRUE(std::isnan(quarvel::rv_low_pass.acc[0]));
+    // THEN the low-pass state never recovers: every later descent stops before its
+    // first step, and the estimator reports the identity attitude from then on
+    run(d.acc, 50);
+    float out[3], g[3];
     get_rv_value(d.acc, &kPeriod, out);
-    // The descent stops before its first step on NaN input, so the estimate falls back to
-    // the identity rather than to NaN.
-    for (float c : update_Q) EXPECT_FALSE(std::isnan(c));
-    for (float c : out) EXPECT_FALSE(std::isnan(c));
-    EXPECT_EQ(RunRVFlag, 0);
+    for (float c : out) EXPECT_EQ(c, 0.0f);
+    EXPECT_EQ(update_Q[0], 1.0f);
+    get_gravity_value(d.acc, &kPeriod, g);
+    EXPECT_EQ(g[2], 9.79f);
 }
 
 }  // namespace
