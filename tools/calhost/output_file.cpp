@@ -4,11 +4,48 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include <fmt/format.h>
 
 namespace calhost {
+namespace {
+
+// Temporary files being written, so that an interrupted run (Ctrl-C, a kill) removes
+// them too and leaves nothing half-written behind. A few at a time at most.
+constexpr int kMaxPending = 8;
+const char *volatile g_pending[kMaxPending] = {};
+
+extern "C" void remove_pending_and_exit(int sig) {
+    for (const char *volatile &p : g_pending) {
+        if (p) ::unlink(p);  // async-signal-safe
+    }
+    std::signal(sig, SIG_DFL);
+    std::raise(sig);
+}
+
+void track(const char *temp) {
+    static const bool installed = [] {
+        for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) std::signal(sig, remove_pending_and_exit);
+        return true;
+    }();
+    (void)installed;
+    for (const char *volatile &p : g_pending) {
+        if (!p) {
+            p = temp;
+            return;
+        }
+    }
+}
+
+void untrack(const char *temp) {
+    for (const char *volatile &p : g_pending) {
+        if (p == temp) p = nullptr;
+    }
+}
+
+}  // namespace
 
 OutputFile::OutputFile(const std::string &path) : path_(path) {
     if (path == "-") {
@@ -29,11 +66,15 @@ OutputFile::OutputFile(const std::string &path) : path_(path) {
         ::unlink(temp_.c_str());
         throw OutputError(fmt::format("cannot write {}: {}", path, std::strerror(err)));
     }
+    track(temp_.c_str());
 }
 
 OutputFile::~OutputFile() {
     if (file_ && file_ != stdout) std::fclose(file_);
-    if (!committed_ && !temp_.empty()) ::unlink(temp_.c_str());
+    if (!temp_.empty()) {
+        untrack(temp_.c_str());
+        if (!committed_) ::unlink(temp_.c_str());
+    }
 }
 
 void OutputFile::write(std::string_view text) {
@@ -60,6 +101,7 @@ void OutputFile::commit() {
         throw OutputError(fmt::format("cannot write {}: {}", path_, std::strerror(errno)));
     }
     committed_ = true;
+    untrack(temp_.c_str());
 }
 
 }  // namespace calhost
