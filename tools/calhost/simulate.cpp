@@ -109,7 +109,7 @@ struct State {
 
 class Handset {
 public:
-    Handset(const SimOptions &o, double heading) : o_(o), stretch_(o.duration_s / kScriptLength), heading_(heading) {}
+    Handset(const SimOptions &o, double heading) : stretch_(o.duration_s / kScriptLength), heading_(heading) {}
 
     State at(double t) const {
         const double base_t = t / stretch_;
@@ -167,7 +167,6 @@ public:
     }
 
 private:
-    const SimOptions &o_;
     double stretch_;
     double heading_;
 };
