@@ -166,7 +166,12 @@ TEST_F(CalhostTest, SimulatedSessionsCalibrateNearTheirTruthAndReplayIdentically
         ASSERT_EQ(first.status, 0) << first.err;
         ASSERT_EQ(second.status, 0) << second.err;
         EXPECT_EQ(first.out, second.out);
-        EXPECT_EQ(slurp(file("out1.csv")), slurp(file("out2.csv")));
+        const std::string csv = slurp(file("out1.csv"));
+        EXPECT_EQ(csv, slurp(file("out2.csv")));
+        EXPECT_EQ(csv.rfind("time_ns,source,status,v0,v1,v2,v3,v4,v5\n", 0), 0u);
+        // The calibrated field carries its level; the uncalibrated one six values, no status.
+        EXPECT_NE(csv.find(",magnetic_field,3,"), std::string::npos);
+        EXPECT_NE(csv.find(",magnetic_field_uncalibrated,,"), std::string::npos);
 
         const auto j = first.json();
         ASSERT_TRUE(j["offset_ut"].is_array()) << first.out;
