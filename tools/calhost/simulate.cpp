@@ -200,9 +200,11 @@ void simulate(const SimOptions &o, OutputFile &out) {
     text += "# a face-down spell, a passing magnetic disturbance and a trip into a pocket.\n";
     text += "# Magnetometer rows are raw counts: the field in device axes plus the hard-iron\n";
     text += "# offset plus noise, in µT, divided by the chip's scale (1.5, 1.5, 2.6).\n";
-    text += fmt::format("# truth offset_ut={},{},{} field_ut={} inclination_deg={} heading_deg={:.2f}\n",
-                        o.offset_ut[0], o.offset_ut[1], o.offset_ut[2], o.field_ut, o.inclination_deg,
-                        heading / kDeg);
+    // The compass azimuth of the device's top while it lies flat: the heading turns the
+    // device counter-clockwise seen from above, the azimuth counts clockwise.
+    const double flat_azimuth = std::fmod(360.0 - heading / kDeg, 360.0);
+    text += fmt::format("# truth offset_ut={},{},{} field_ut={} inclination_deg={} flat_azimuth_deg={:.2f}\n",
+                        o.offset_ut[0], o.offset_ut[1], o.offset_ut[2], o.field_ut, o.inclination_deg, flat_azimuth);
     text += fmt::format("# truth seed={} duration_s={} mag_noise_ut={} acc_noise={} mag_hz={} acc_hz={} light_hz={}\n",
                         o.seed, o.duration_s, o.mag_noise_ut, o.acc_noise, o.mag_hz, o.acc_hz, o.light_hz);
     const double stretch = o.duration_s / kScriptLength;
