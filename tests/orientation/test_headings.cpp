@@ -42,35 +42,30 @@ TEST(TrimmedMean, NinthInputOverwritesTheFirst) {
     EXPECT_EQ(out[9], (3.0f + 4 + 5 + 6) / 4);  // -1000, -1000, 3..8
 }
 
-TEST(TrimmedMean, EveryChannelAndEverySmootherKeepsItsOwnRing) {
-    // GIVEN CalibrationTwo primed with 8 on both channels
-    for (int i = 0; i < 8; ++i) {
-        float v[2] = {8.0f, -8.0f};
-        CalibrationTwo(v);
+TEST(TrimmedMean, EverySmootherAndEveryChannelKeepsItsOwnRing) {
+    // GIVEN the four smoothers called in turn, each channel with its own constant
+    float two[2], three[3], xy[2], xyz[3];
+    for (int round = 0; round < 6; ++round) {
+        two[0] = 1.0f, two[1] = 2.0f;
+        three[0] = 3.0f, three[1] = 4.0f, three[2] = 5.0f;
+        xy[0] = 6.0f, xy[1] = 7.0f;
+        xyz[0] = 8.0f, xyz[1] = 9.0f, xyz[2] = -10.0f;
+        CalibrationTwo(two);
+        CalibrationThree(three);
+        CalibrationXY(xy);
+        CalibrationXYZ(xyz);
     }
-    // WHEN CalibrationXY sees different values
-    for (int i = 0; i < 8; ++i) {
-        float v[2] = {100.0f, 200.0f};
-        CalibrationXY(v);
-    }
-    // THEN each of CalibrationTwo's channels still holds its own samples
-    float two[2] = {8.0f, -8.0f};
-    CalibrationTwo(two);
-    EXPECT_EQ(two[0], 8.0f);
-    EXPECT_EQ(two[1], -8.0f);
-}
-
-TEST(TrimmedMean, ChannelsOfOneSmootherDoNotMix) {
-    float v[3];
-    for (int i = 0; i < 6; ++i) {
-        v[0] = 1.0f;
-        v[1] = 20.0f;
-        v[2] = -300.0f;
-        CalibrationXYZ(v);
-    }
-    EXPECT_EQ(v[0], 1.0f);
-    EXPECT_EQ(v[1], 20.0f);
-    EXPECT_EQ(v[2], -300.0f);
+    // THEN after the ramp each channel returns exactly its own value
+    EXPECT_EQ(two[0], 1.0f);
+    EXPECT_EQ(two[1], 2.0f);
+    EXPECT_EQ(three[0], 3.0f);
+    EXPECT_EQ(three[1], 4.0f);
+    EXPECT_EQ(three[2], 5.0f);
+    EXPECT_EQ(xy[0], 6.0f);
+    EXPECT_EQ(xy[1], 7.0f);
+    EXPECT_EQ(xyz[0], 8.0f);
+    EXPECT_EQ(xyz[1], 9.0f);
+    EXPECT_EQ(xyz[2], -10.0f);
 }
 
 // ---- Heading of GetAzimuth (degrees, from +X towards -Y) ----------------------------
