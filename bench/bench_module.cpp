@@ -1,0 +1,186 @@
+// Cost per event of each algorithm's path, on the real phone recording, with the
+// module loaded through dlopen as a HAL loads it; and the throughput of a replay.
+//
+//   cmake --preset release && cmake --build --preset release --target calmodule_bench
+//   build/release/bench/calmodule_bench
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "module_host.h"
+#include "replay.h"
+#include "session.h"
+
+namespace {
+
+using calhost::Module;
+using calhost::SessionRow;
+
+const std::string kRecording = std::string(CALMODULE_DATA_DIR) + "/nexus5-figure-eight.csv";
+
+struct Fixture {
+    // Every file the module opens goes to a private scratch file, never to the
+    // parameter file of the build's tests.
+    calhost::ParamFileSandbox sandbox;
+    std::unique_ptr<Module> module;
+    std::vector<SessionRow> rows;
+    std::vector<sensors_event_t> all, mag, acc;  // in recorded order
+    std::string error;
+
+    Fixture() {
+        try {
+            module = std::make_unique<Module>(calhost::default_module_path());
+            calhost::SessionReader reader(kRecording);
+            SessionRow row;
+            while (reader.next(row)) {
+                rows.push_back(row);
+                sensors_event_t e;
+                std::memset(&e, 0, sizeof e);
+                e.type = row.type;
+                e.timestamp = row.time_ns;
+                for (int i = 0; i < 3; ++i) e.data[i] = row.v[static_cast<std::size_t>(i)];
+                all.push_back(e);
+                (row.type == 2 ? mag : acc).push_back(e);
+            }
+        } catch (const std::exception &e) {
+            error = e.what();
+        }
+    }
+};
+
+Fixture &fixture() {
+    static Fixture f;
+    return f;
+}
+
+bool ready(benchmark::State &state) {
+    Fixture &f = fixture();
+    if (!f.error.empty() || f.mag.empty() || f.acc.empty()) {
+        state.SkipWithError(f.error.empty() ? "the recording holds no events" : f.error.c_str());
+        return false;
+    }
+    return true;
+}
+
+// One algorithm's convert on the recording's events of one kind, in order, round and round.
+void run_convert(benchmark::State &state, int algo_type, const std::vector<sensors_event_t> &events) {
+    if (!ready(state)) return;
+    const Module &m = *fixture().module;
+    const cal_algo *algo = m.algo_for(algo_type);
+    if (!algo) {
+        state.SkipWithError("the module has no such algorithm");
+        return;
+    }
+    std::size_t i = 0;
+    sensors_event_t out;
+    for (auto _ : state) {
+        out = events[i];
+        benchmark::DoNotOptimize(m.convert(algo, events[i], &out));
+        benchmark::ClobberMemory();
+        if (++i == events.size()) i = 0;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+void BM_MagneticCalibration(benchmark::State &state) { run_convert(state, 2, fixture().mag); }
+// The orientation algorithm sees both kinds, interleaved as recorded: with a constant
+// acceleration it would find the device still and hold its output, which costs nothing.
+void BM_Orientation(benchmark::State &state) { run_convert(state, 3, fixture().all); }
+
+void BM_UncalibratedMagnetometer(benchmark::State &state) {
+    if (!ready(state)) return;
+    std::vector<sensors_event_t> events = fixture().mag;
+    for (auto &e : events) {
+        for (int i = 0; i < 3; ++i) e.data[4 + i] = e.data[i] * calhost::kMagScale[i];
+    }
+    run_convert(state, 14, events);
+}
+
+void BM_PocketDetection(benchmark::State &state) {
+    if (!ready(state)) return;
+    // The recording has no light or proximity events: alternate light and proximity
+    // readings that flip the state now and then.
+    std::vector<sensors_event_t> events;
+    for (int i = 0; i < 64; ++i) {
+        sensors_event_t e;
+        std::memset(&e, 0, sizeof e);
+        e.type = (i % 2) ? 8 : 5;
+        e.data[0] = (i % 2) ? static_cast<float>((i / 8) % 2) * 5.0f : 300.0f;
+        events.push_back(e);
+    }
+    run_convert(state, 0x10001, events);
+}
+
+// An exported per-accelerometer-sample function, on the recording's accelerometer
+// events in order, with a period of 5 ms (the recording's 200 Hz).
+void run_vector_fn(benchmark::State &state, calhost::VectorFn fn, const char *name) {
+    if (!ready(state)) return;
+    if (!fn) {
+        state.SkipWithError((std::string("the module exports no ") + name).c_str());
+        return;
+    }
+    const auto &acc = fixture().acc;
+    std::size_t i = 0;
+    float out[3];
+    const std::int32_t period = 5;
+    for (auto _ : state) {
+        calhost::ModuleCall call;
+        fn(acc[i].data, &period, out);
+        benchmark::DoNotOptimize(out);
+        if (++i == acc.size()) i = 0;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+// One step of the rotation-vector estimator (through get_gravity_value, as calhost calls it).
+void BM_RotationVectorGravityStep(benchmark::State &state) {
+    run_vector_fn(state, fixture().module ? fixture().module->gravity_fn() : nullptr, "get_gravity_value");
+}
+
+void BM_SoftGyroscope(benchmark::State &state) {
+    run_vector_fn(state, fixture().module ? fixture().module->soft_gyro_fn() : nullptr, "get_soft_gyro_value");
+}
+
+// Every event of the recording routed as calhost replay routes it (no parsing, no output file).
+void BM_ReplayRouting(benchmark::State &state) {
+    if (!ready(state)) return;
+    const auto &rows = fixture().rows;
+    for (auto _ : state) {
+        calhost::Replayer replayer(*fixture().module, nullptr);
+        for (const SessionRow &row : rows) replayer.feed(row);
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(rows.size()));
+}
+
+// calhost replay end to end: read the file, load the module, route every event, sum up.
+void BM_ReplaySessionFile(benchmark::State &state) {
+    if (!ready(state)) return;
+    calhost::ReplayRun run;
+    run.session = kRecording;
+    run.module = calhost::default_module_path();
+    run.timing = false;
+    std::uint64_t events = 0;
+    for (auto _ : state) {
+        const auto summary = calhost::replay_session(run);
+        events = summary.events;
+        benchmark::DoNotOptimize(summary.final_level);
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(events));
+}
+
+BENCHMARK(BM_MagneticCalibration);
+BENCHMARK(BM_UncalibratedMagnetometer);
+BENCHMARK(BM_Orientation);
+BENCHMARK(BM_PocketDetection);
+BENCHMARK(BM_RotationVectorGravityStep);
+BENCHMARK(BM_SoftGyroscope);
+BENCHMARK(BM_ReplayRouting)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReplaySessionFile)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,245 @@
+// calhost as an integrator uses it: load the module, simulate, replay, refuse bad input.
+#include <cmath>
+#include <string>
+
+#include "calhost_runner.h"
+
+namespace {
+
+using calhost_test::CalhostTest;
+using calhost_test::slurp;
+
+std::string data_file(const char *name) { return std::string(CALMODULE_DATA_DIR) + "/" + name; }
+
+double distance(const nlohmann::json &a, const double b[3]) {
+    double sq = 0.0;
+    for (int i = 0; i < 3; ++i) {
+        const double d = a.at(static_cast<std::size_t>(i)).get<double>() - b[i];
+        sq += d * d;
+    }
+    return std::sqrt(sq);
+}
+
+TEST_F(CalhostTest, InfoPrintsTheModuleAndItsFourAlgorithms) {
+    const auto r = run("info");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("cal_module_quarvel"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("Quarvel"), std::string::npos);
+    EXPECT_NE(r.out.find("algorithms  4"), std::string::npos);
+    for (const char *line : {"2  magnetic_field", "3  orientation", "14  magnetic_field_uncalibrated", "65537  pocket",
+                             "\"qv730\"", "\"ltr553-pocket\", \"ap3426-pocket\", \"oem-pocket\""}) {
+        EXPECT_NE(r.out.find(line), std::string::npos) << line << "\n" << r.out;
+    }
+    // The module logs its deinit through the Android log, on stderr.
+    EXPECT_NE(r.err.find("cal_deinit called"), std::string::npos) << r.err;
+}
+
+TEST_F(CalhostTest, EveryCommandHasHelpAndBadUsageExitsWithTwo) {
+    for (const char *cmd : {"", "info", "simulate", "replay", "report", "demo"}) {
+        const auto r = run(std::string(cmd) + " --help");
+        EXPECT_EQ(r.status, 0) << cmd;
+        EXPECT_NE(r.out.find("Usage"), std::string::npos) << cmd << ": " << r.out;
+    }
+    for (const char *args : {"", "frobnicate", "replay", "report x.csv", "simulate --duration -1",
+                             "simulate --offset 1,2", "simulate --mag-rate 0", "replay a.csv --no-such-option"}) {
+        const auto r = run(args);
+        EXPECT_EQ(r.status, 2) << args << ": " << r.err;
+        EXPECT_FALSE(r.err.empty()) << args;
+    }
+}
+
+TEST_F(CalhostTest, RefusedSessionsExitWithTwoNameTheLineAndWriteNothing) {
+    struct Case {
+        const char *name;
+        std::string bytes;
+        const char *where;
+        const char *what;
+    };
+    const Case cases[] = {
+        {"empty.csv", "", ":1: ", "missing header"},
+        {"binary.csv", std::string("\x7f" "ELF\x02\x01\x01\0\0\0\0\0\0\0\0\0\x03\0>\0", 20), ":1: ", "binary"},
+        {"noheader.csv", "# a comment\n1,1,0,0,0\n", ":2: ", "missing header"},
+        {"short.csv", "time_ns,type,v0,v1,v2\n1,1,0,0,0\n2,2,1,2\n", ":3: ", "too few columns"},
+        {"text.csv", "time_ns,type,v0,v1,v2\n1,1,0,0,0\n2,2,1,two,3\n", ":3: ", "not a number"},
+        {"backwards.csv", "time_ns,type,v0,v1,v2\n5,1,0,0,0\n9,2,1,2,3\n\n7,1,0,0,0\n", ":5: ", "time going backwards"},
+    };
+    for (const Case &c : cases) {
+        const std::string session = write(c.name, c.bytes);
+        const auto before = entries();
+        for (const std::string cmd : {"replay " + session + " --out " + file("out.csv"),
+                                      "report " + session + " -o " + file("r.html")}) {
+            const auto r = run(cmd);
+            EXPECT_EQ(r.status, 2) << cmd;
+            EXPECT_NE(r.err.find(session + c.where), std::string::npos) << cmd << ": " << r.err;
+            EXPECT_NE(r.err.find(c.what), std::string::npos) << cmd << ": " << r.err;
+            EXPECT_EQ(entries(), before) << cmd << ": an output appeared";
+        }
+    }
+    const auto r = run("replay " + file("missing.csv"));
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find(file("missing.csv") + ": cannot open"), std::string::npos) << r.err;
+    EXPECT_EQ(run("replay " + dir_).status, 2);
+}
+
+TEST_F(CalhostTest, ALibraryThatIsNoCalibrationModuleIsRefused) {
+    const std::string session = write("s.csv", "time_ns,type,v0,v1,v2\n1,2,1,2,3\n");
+    auto r = run("replay " + session + " --module " + session);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("cannot load module " + session), std::string::npos) << r.err;
+
+    r = run("replay " + session + " --module " + std::string(NOT_A_MODULE));
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("is not a calibration module: it exports no descriptor `scmi`"), std::string::npos) << r.err;
+
+    r = run("info " + std::string(WRONG_TAG_MODULE));
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("is not a calibration module"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("\"scmt\""), std::string::npos) << r.err;
+
+    r = run("info " + file("nothing-here.so"));
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("No such file"), std::string::npos) << r.err;
+}
+
+TEST_F(CalhostTest, NonFiniteAndHugeReadingsGoToTheModuleAndTheReplayGoesOn) {
+    std::string text = "time_ns,type,v0,v1,v2\n";
+    long t = 0;
+    for (int i = 0; i < 60; ++i) {
+        text += std::to_string(t += 5000000) + ",1,0.1,0.2,9.8\n";
+        text += std::to_string(t += 5000000) + ",2,20,-30,12\n";
+    }
+    for (const char *bad : {"nan,nan,nan", "inf,-inf,inf", "1e39,-1e39,3e38", "-3e38,1e30,nan", "0,0,0"}) {
+        for (int type : {1, 2, 5, 8, 77}) text += std::to_string(t += 5000000) + "," + std::to_string(type) + "," + bad + "\n";
+    }
+    for (int i = 0; i < 60; ++i) {
+        text += std::to_string(t += 5000000) + ",1,0.1,0.2,9.8\n";
+        text += std::to_string(t += 5000000) + ",2,20,-30,12\n";
+    }
+    const auto r = run("replay " + write("bad-values.csv", text) + " --json --out " + file("out.csv"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto j = r.json();
+    EXPECT_EQ(j["events"].get<int>(), 240 + 25);
+    EXPECT_EQ(j["in"]["2"].get<int>(), 125);
+    EXPECT_EQ(j["in"]["77"].get<int>(), 5);
+    // Other sensor types go to the framework as they came.
+    EXPECT_EQ(j["out"]["type_77"].get<int>(), 5);
+    EXPECT_NE(slurp(file("out.csv")).find(",type_77,,nan,nan,nan,"), std::string::npos);
+}
+
+TEST_F(CalhostTest, TheModulesLogRecordsGoToStderrFromTheChosenPriority) {
+    const std::string session =
+        write("pocket.csv", "time_ns,type,v0,v1,v2\n1000,5,500,0,0\n2000,8,0,0,0\n3000,42,1,2,3\n");
+    auto r = run("replay " + session + " --log-level debug");
+    ASSERT_EQ(r.status, 0) << r.err;
+    // A HAL enables each algorithm with a config method before the first event.
+    EXPECT_NE(r.err.find("sensor_cal.common D"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("Enable status changed to 1"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("last_light:500.000000 last_proximity:-1.000000"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out.find("last_light"), std::string::npos) << "log records must stay off stdout";
+    r = run("replay " + session + " --log-level silent");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err.find("sensor_cal.common"), std::string::npos) << r.err;
+}
+
+TEST_F(CalhostTest, SimulateWritesTheSameSessionForTheSameSeed) {
+    ASSERT_EQ(run("simulate -o " + file("a.csv")).status, 0);
+    ASSERT_EQ(run("simulate --seed 1 -o " + file("b.csv")).status, 0);
+    ASSERT_EQ(run("simulate --seed 2 -o " + file("c.csv")).status, 0);
+    const std::string a = slurp(file("a.csv"));
+    EXPECT_EQ(a, slurp(file("b.csv")));
+    EXPECT_NE(a, slurp(file("c.csv")));
+    EXPECT_NE(a.find("# truth offset_ut=30,-20,50 field_ut=45 inclination_deg=60"), std::string::npos);
+    EXPECT_NE(a.find("\ntime_ns,type,v0,v1,v2\n"), std::string::npos);
+    // Standard output without -o: the same session.
+    EXPECT_EQ(run("simulate").out, a);
+}
+
+// A replay of a simulated session reaches level 3 with the offset near the truth, and
+// two replays give the same outputs to the bit.
+TEST_F(CalhostTest, SimulatedSessionsCalibrateNearTheirTruthAndReplayIdentically) {
+    for (const char *seed : {"1", "2", "3"}) {
+        SCOPED_TRACE(std::string("seed ") + seed);
+        const std::string session = file(std::string("sim") + seed + ".csv");
+        ASSERT_EQ(run(std::string("simulate --seed ") + seed + " --offset 25,-35,40 -o " + session).status, 0);
+        const auto first = run("replay " + session + " --json --out " + file("out1.csv"));
+        const auto second = run("replay " + session + " --json --out " + file("out2.csv"));
+        ASSERT_EQ(first.status, 0) << first.err;
+        ASSERT_EQ(second.status, 0) << second.err;
+        EXPECT_EQ(first.out, second.out);
+        const std::string csv = slurp(file("out1.csv"));
+        EXPECT_EQ(csv, slurp(file("out2.csv")));
+        EXPECT_EQ(csv.rfind("time_ns,source,status,v0,v1,v2,v3,v4,v5\n", 0), 0u);
+        // The calibrated field carries its level; the uncalibrated one six values, no status.
+        EXPECT_NE(csv.find(",magnetic_field,3,"), std::string::npos);
+        EXPECT_NE(csv.find(",magnetic_field_uncalibrated,,"), std::string::npos);
+
+        const auto j = first.json();
+        ASSERT_TRUE(j["offset_ut"].is_array()) << first.out;
+        EXPECT_EQ(j["final_level"].get<int>(), 3) << first.out;
+        ASSERT_FALSE(j["level_first_s"]["3"].is_null()) << first.out;
+        const double truth[3] = {25.0, -35.0, 40.0};
+        EXPECT_LT(distance(j["offset_ut"], truth), 5.0) << first.out;
+        EXPECT_LT(j["offset_error_ut"].get<double>(), 5.0);
+        // Every magnetometer event comes back calibrated, as field plus bias, and as orientation.
+        const int mag_in = j["in"]["2"].get<int>();
+        EXPECT_EQ(j["out"]["magnetic_field"].get<int>(), mag_in);
+        EXPECT_EQ(j["out"]["magnetic_field_uncalibrated"].get<int>(), mag_in);
+        EXPECT_EQ(j["out"]["orientation"].get<int>(), mag_in);
+        // Covered and uncovered: the face-down spell and the pocket each make two changes.
+        EXPECT_GE(j["out"].value("pocket", 0), 4) << first.out;
+    }
+}
+
+TEST_F(CalhostTest, TheRealRecordingCalibratesNearThePhonesOwnEstimate) {
+    const std::string session = data_file("nexus5-figure-eight.csv");
+    if (!std::filesystem::exists(session)) GTEST_SKIP() << "the real recording is absent: " << session;
+    // The phone's own final estimate, from the file's comments: "...: 57.99 -73.75 32.41 uT".
+    const std::string text = slurp(session);
+    const auto at = text.find("hard-iron estimate");
+    ASSERT_NE(at, std::string::npos);
+    const auto colon = text.find(':', at), end = text.find(" uT", at);
+    double phone[3];
+    ASSERT_EQ(std::sscanf(text.substr(colon + 1, end - colon - 1).c_str(), "%lf %lf %lf", &phone[0], &phone[1],
+                          &phone[2]),
+              3);
+
+    char reference[96];
+    std::snprintf(reference, sizeof reference, "%g,%g,%g", phone[0], phone[1], phone[2]);
+    const auto r = run("replay " + session + " --json --reference-offset=" + reference);
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto j = r.json();
+    EXPECT_EQ(j["final_level"].get<int>(), 3) << r.out;
+    ASSERT_TRUE(j["offset_ut"].is_array()) << r.out;
+    EXPECT_LT(distance(j["offset_ut"], phone), 6.0) << r.out;
+    EXPECT_TRUE(j["truth_is_reference"].get<bool>());
+    EXPECT_NEAR(j["offset_error_ut"].get<double>(), distance(j["offset_ut"], phone), 1e-9);
+}
+
+TEST_F(CalhostTest, TheParameterFileIsTheReplaysOwnAndKeepsTheOffset) {
+    const std::string session = file("sim.csv");
+    ASSERT_EQ(run("simulate -o " + session).status, 0);
+    const std::string param = file("param.txt");
+    const auto r = run("replay " + session + " --json --param-file " + param);
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto j = r.json();
+    ASSERT_TRUE(j["offset_ut"].is_array()) << r.out;
+    ASSERT_GT(j["param_file"]["writes"].get<int>(), 0) << r.out;
+    // The module keeps its offset as "%f:" three times.
+    char expected[128];
+    std::snprintf(expected, sizeof expected, "%f:%f:%f:", j["offset_ut"][0].get<double>(),
+                  j["offset_ut"][1].get<double>(), j["offset_ut"][2].get<double>());
+    EXPECT_EQ(slurp(param), expected);
+    EXPECT_EQ(j["param_file"]["content"].get<std::string>(), expected);
+}
+
+TEST_F(CalhostTest, DemoSimulatesReplaysAndReports) {
+    const auto r = run("demo --dir " + file("demo") + " --duration 30");
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (const char *name : {"session.csv", "outputs.csv", "report.html"}) {
+        EXPECT_TRUE(std::filesystem::exists(file("demo") + "/" + name)) << name;
+    }
+    EXPECT_NE(r.out.find("report    " + file("demo") + "/report.html"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("accuracy  level"), std::string::npos) << r.out;
+}
+
+}  // namespace

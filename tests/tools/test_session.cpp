@@ -1,0 +1,229 @@
+// The session reader: what it accepts, and each refusal with the line it names.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "report.h"
+#include "session.h"
+
+namespace {
+
+using calhost::SessionError;
+using calhost::SessionReader;
+using calhost::SessionRow;
+
+class SessionFile : public ::testing::Test {
+protected:
+    void TearDown() override {
+        if (!path_.empty()) std::remove(path_.c_str());
+    }
+    const std::string &write(const std::string &bytes) {
+        char templ[] = "/tmp/calhost-session-XXXXXX";
+        const int fd = ::mkstemp(templ);
+        EXPECT_GE(fd, 0);
+        ::close(fd);
+        path_ = templ;
+        std::ofstream(path_, std::ios::binary) << bytes;
+        return path_;
+    }
+    std::vector<SessionRow> read_all(const std::string &bytes) {
+        SessionReader r(write(bytes));
+        std::vector<SessionRow> rows;
+        SessionRow row;
+        while (r.next(row)) rows.push_back(row);
+        return rows;
+    }
+    // The message of the refusal, or "" when the whole file was accepted.
+    std::string refusal(const std::string &bytes) {
+        try {
+            read_all(bytes);
+        } catch (const SessionError &e) {
+            return e.what();
+        }
+        return "";
+    }
+    std::string at(int line) const { return path_ + ":" + std::to_string(line) + ": "; }
+
+    std::string path_;
+};
+
+TEST_F(SessionFile, ReadsRowsAfterCommentsBlankLinesAndTheHeader) {
+    const auto rows = read_all(
+        "# a phone\n"
+        "\n"
+        "time_ns,type,v0,v1,v2\r\n"
+        "151880509,1,-0.432434,0.84758,9.78464\r\n"
+        "# a comment between rows\n"
+        "156915910, 2 ,55.2134,-51.8514,-2.44012\n"
+        "156915910,5,300,0,0");  // last line without a line break, equal time
+    ASSERT_EQ(rows.size(), 3u);
+    EXPECT_EQ(rows[0].time_ns, 151880509);
+    EXPECT_EQ(rows[0].type, 1);
+    EXPECT_EQ(rows[0].count, 3);
+    EXPECT_EQ(rows[0].v[2], 9.78464f);
+    EXPECT_EQ(rows[1].type, 2);
+    EXPECT_EQ(rows[1].v[1], -51.8514f);
+    EXPECT_EQ(rows[2].v[0], 300.0f);
+}
+
+TEST_F(SessionFile, AcceptsMoreValueColumnsUpToAWholeEvent) {
+    const auto rows = read_all("time_ns,type,v0,v1,v2,v3,v4\n1,42,1,2,3,4,5\n");
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0].count, 5);
+    EXPECT_EQ(rows[0].v[4], 5.0f);
+    std::string header = "time_ns,type";
+    for (int i = 0; i < 17; ++i) header += ",v" + std::to_string(i);
+    EXPECT_NE(refusal(header + "\n").find("at most 16"), std::string::npos);
+}
+
+TEST_F(SessionFile, PassesNanInfinityAndHugeValuesOnAsTheModuleWillSeeThem) {
+    const auto rows = read_all("time_ns,type,v0,v1,v2\n1,2,nan,inf,-inf\n2,2,1e39,-1e400,1e-50\n3,2,3.4e38,-0,+7\n");
+    ASSERT_EQ(rows.size(), 3u);
+    EXPECT_TRUE(std::isnan(rows[0].v[0]));
+    EXPECT_EQ(rows[0].v[1], INFINITY);
+    EXPECT_EQ(rows[0].v[2], -INFINITY);
+    // Beyond the float range: infinite, as the float a HAL holds; never a wrapped value.
+    EXPECT_EQ(rows[1].v[0], INFINITY);
+    EXPECT_EQ(rows[1].v[1], -INFINITY);
+    EXPECT_EQ(rows[1].v[2], 0.0f);
+    EXPECT_EQ(rows[2].v[0], 3.4e38f);
+    EXPECT_TRUE(std::signbit(rows[2].v[1]));
+    EXPECT_EQ(rows[2].v[2], 7.0f);
+}
+
+TEST_F(SessionFile, GathersTheTruthFromCommentsAnywhere) {
+    SessionReader r(write("# truth offset_ut=30,-20,50 field_ut=45\ntime_ns,type,v0,v1,v2\n1,2,0,0,0\n"
+                          "# truth seed=7\n# truthful remark=1\n"));
+    SessionRow row;
+    while (r.next(row)) {
+    }
+    const auto offset = r.truth().offset_ut();
+    ASSERT_TRUE(offset.has_value());
+    EXPECT_EQ((*offset)[0], 30.0);
+    EXPECT_EQ((*offset)[1], -20.0);
+    EXPECT_EQ((*offset)[2], 50.0);
+    EXPECT_EQ(r.truth().values().at("field_ut"), "45");
+    EXPECT_EQ(r.truth().values().at("seed"), "7");
+    EXPECT_EQ(r.truth().values().count("remark"), 0u);
+}
+
+TEST_F(SessionFile, RefusesAMissingOrEmptyFile) {
+    EXPECT_THROW(SessionReader("/nonexistent/session.csv"), SessionError);
+    const std::string msg = refusal("");
+    EXPECT_EQ(msg.rfind(at(1), 0), 0u) << msg;
+    EXPECT_NE(msg.find("missing header"), std::string::npos) << msg;
+}
+
+TEST_F(SessionFile, RefusesAFileWithoutHeaderNamingTheFirstLineThatIsNotOne) {
+    std::string msg = refusal("# comment\n1,2,3,4,5\n");
+    EXPECT_EQ(msg.rfind(at(2), 0), 0u) << msg;
+    EXPECT_NE(msg.find("missing header"), std::string::npos) << msg;
+    msg = refusal("time_ns,type,x,y,z\n");
+    EXPECT_EQ(msg.rfind(at(1), 0), 0u) << msg;
+    msg = refusal("time_ns,type,v0,v1\n1,1,0,0\n");
+    EXPECT_EQ(msg.rfind(at(1), 0), 0u) << msg;
+    msg = refusal("# only comments\n# here\n");
+    EXPECT_NE(msg.find("missing header"), std::string::npos) << msg;
+}
+
+TEST_F(SessionFile, RefusesRowsWithTheWrongNumberOfColumns) {
+    std::string msg = refusal("time_ns,type,v0,v1,v2\n1,1,0,0,0\n2,1,0,0\n");
+    EXPECT_EQ(msg.rfind(at(3), 0), 0u) << msg;
+    EXPECT_NE(msg.find("too few columns"), std::string::npos) << msg;
+    msg = refusal("time_ns,type,v0,v1,v2\n1,1,0,0,0,0\n");
+    EXPECT_EQ(msg.rfind(at(2), 0), 0u) << msg;
+    EXPECT_NE(msg.find("too many columns"), std::string::npos) << msg;
+    msg = refusal("time_ns,type,v0,v1,v2\n1,1,0,,0\n");
+    EXPECT_EQ(msg.rfind(at(2), 0), 0u) << msg;
+}
+
+TEST_F(SessionFile, RefusesValuesThatAreNoNumbers) {
+    std::string msg = refusal("time_ns,type,v0,v1,v2\n1,1,0,0,0\n\n2,1,0,abc,0\n");
+    EXPECT_EQ(msg.rfind(at(4), 0), 0u) << msg;
+    EXPECT_NE(msg.find("v1 `abc` is not a number"), std::string::npos) << msg;
+    msg = refusal("time_ns,type,v0,v1,v2\n1,1,0x1p3,0,0\n");
+    EXPECT_NE(msg.find("v0"), std::string::npos) << msg;
+    msg = refusal("time_ns,type,v0,v1,v2\n1.5,1,0,0,0\n");
+    EXPECT_NE(msg.find("time_ns `1.5`"), std::string::npos) << msg;
+    msg = refusal("time_ns,type,v0,v1,v2\n1,acc,0,0,0\n");
+    EXPECT_NE(msg.find("type `acc`"), std::string::npos) << msg;
+    msg = refusal("time_ns,type,v0,v1,v2\n99999999999999999999,1,0,0,0\n");
+    EXPECT_EQ(msg.rfind(at(2), 0), 0u) << msg;
+}
+
+TEST_F(SessionFile, RefusesTimeGoingBackwards) {
+    const std::string msg = refusal("time_ns,type,v0,v1,v2\n100,1,0,0,0\n200,2,0,0,0\n150,1,0,0,0\n");
+    EXPECT_EQ(msg.rfind(at(4), 0), 0u) << msg;
+    EXPECT_NE(msg.find("time going backwards"), std::string::npos) << msg;
+}
+
+TEST_F(SessionFile, RefusesBinaryDataAndEndlessLines) {
+    std::string msg = refusal(std::string("time_ns,type,v0,v1,v2\n1,1,0,0,0\n\x7f" "ELF\0\0\x01\n", 40));
+    EXPECT_EQ(msg.rfind(at(3), 0), 0u) << msg;
+    EXPECT_NE(msg.find("binary"), std::string::npos) << msg;
+    msg = refusal(std::string(200000, 'x'));
+    EXPECT_EQ(msg.rfind(at(1), 0), 0u) << msg;
+    EXPECT_NE(msg.find("longer than"), std::string::npos) << msg;
+}
+
+TEST_F(SessionFile, StreamsAMillionRowsAcrossItsReadBuffer) {
+    std::string text = "time_ns,type,v0,v1,v2\n";
+    text.reserve(30u * 1000000u);
+    for (int i = 0; i < 1000000; ++i) text += std::to_string(i) + ",99,1.5,-2.25,3\n";
+    SessionReader r(write(text));
+    SessionRow row;
+    std::uint64_t n = 0;
+    double sum = 0.0;
+    while (r.next(row)) {
+        ++n;
+        sum += static_cast<double>(row.v[1]);
+    }
+    EXPECT_EQ(n, 1000000u);
+    EXPECT_EQ(sum, -2.25e6);
+    EXPECT_EQ(r.bytes_read(), text.size());
+}
+
+TEST(ParseTriple, TakesThreeFiniteNumbers) {
+    EXPECT_TRUE(calhost::parse_triple("30,-20,50").has_value());
+    EXPECT_TRUE(calhost::parse_triple("57.99 -73.75 32.41").has_value());
+    EXPECT_FALSE(calhost::parse_triple("1,2").has_value());
+    EXPECT_FALSE(calhost::parse_triple("1,2,3,4").has_value());
+    EXPECT_FALSE(calhost::parse_triple("1,nan,3").has_value());
+    EXPECT_FALSE(calhost::parse_triple("1,x,3").has_value());
+}
+
+TEST(RotationVectorAzimuth, TurnsClockwiseLikeACompass) {
+    // A rotation vector (0, 0, sin(h/2)) is a heading h about the vertical.
+    auto about_z = [](double deg) {
+        const float rv[3] = {0.0f, 0.0f, static_cast<float>(std::sin(deg * M_PI / 360.0))};
+        return calhost::rotation_vector_azimuth(rv);
+    };
+    EXPECT_NEAR(about_z(0.0), 0.0, 1e-4);
+    EXPECT_NEAR(about_z(90.0), 90.0, 1e-4);
+    EXPECT_NEAR(about_z(-90.0), 270.0, 1e-4);
+    EXPECT_NEAR(about_z(179.0), 179.0, 1e-3);
+    // A vector longer than a unit quaternion allows still gives an angle, not NaN.
+    const float too_long[3] = {1.0f, 1.0f, 1.0f};
+    EXPECT_FALSE(std::isnan(calhost::rotation_vector_azimuth(too_long)));
+}
+
+TEST(Thinned, KeepsASessionOfAnyLengthWithinTwiceItsCap) {
+    calhost::Thinned<1> series(100);
+    for (int i = 0; i < 100000; ++i) series.push({static_cast<double>(i)});
+    EXPECT_LT(series.points().size(), 200u);
+    EXPECT_GE(series.points().size(), 100u);
+    EXPECT_EQ(series.points().front()[0], 0.0);
+    // Evenly spaced: every kept point is the same stride from the one before.
+    const double stride = series.points()[1][0] - series.points()[0][0];
+    for (std::size_t i = 1; i < series.points().size(); ++i) {
+        EXPECT_EQ(series.points()[i][0] - series.points()[i - 1][0], stride);
+    }
+}
+
+}  // namespace

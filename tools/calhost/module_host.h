@@ -1,0 +1,116 @@
+// Loads a calibration module the way an Android sensors HAL does: dlopen by path,
+// resolve the descriptor `scmi` by name, call init, fetch the algorithm table, and from
+// then on reach every algorithm only through its method table. The module's further
+// exported families (rotation vector, gravity, soft gyroscope, accessors) are resolved
+// by name too, each one optional: a build that lacks one simply has no such output.
+#ifndef CALHOST_MODULE_HOST_H
+#define CALHOST_MODULE_HOST_H
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include "calmodule/module.h"
+
+namespace calhost {
+
+// The module could not be loaded, or what was loaded is no calibration module.
+class ModuleError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// The path of the module built together with calhost.
+const char *default_module_path();
+
+// Where the module's parameter file (its stored magnetometer offset) lives while
+// calhost drives it. The module opens its file by a path fixed when it was built;
+// calhost answers every file the module opens during a call from the host with this
+// one path instead, so that a replay starts like a freshly flashed phone (nothing
+// stored) and two replays of one session behave the same, and so that a replay never
+// overwrites the offset of the build's own tests. `--param-file` chooses the file.
+class ParamFileSandbox {
+public:
+    // An empty path: a private temporary folder, removed again by the destructor.
+    explicit ParamFileSandbox(const std::string &path = {});
+    ~ParamFileSandbox();
+    ParamFileSandbox(const ParamFileSandbox &) = delete;
+    ParamFileSandbox &operator=(const ParamFileSandbox &) = delete;
+
+    const std::string &path() const { return path_; }
+    // How often the module opened the file for writing.
+    std::uint64_t writes() const;
+    // The file's current content ("" when absent).
+    std::string content() const;
+
+private:
+    std::string path_;
+    std::string temp_dir_;
+};
+
+// Marks a call into the module, so that the files it opens go to the sandbox.
+class ModuleCall {
+public:
+    ModuleCall();
+    ~ModuleCall();
+    ModuleCall(const ModuleCall &) = delete;
+    ModuleCall &operator=(const ModuleCall &) = delete;
+};
+
+// The sphere-fit record the module exports as `Msensor` (fields in their order).
+struct MsensorView {
+    std::int32_t fitCount;
+    std::int32_t dotsCount;
+    std::int32_t radiusErrCount;
+    std::int32_t dotsFull;
+    float radius[60];
+    float sphere[60][4];
+    float dots[12][3];
+};
+
+using VectorFn = void (*)(const float acc[3], const std::int32_t *period, float out[3]);
+
+class Module {
+public:
+    // Loads and initialises; throws ModuleError with a message an integrator can act on.
+    explicit Module(const std::string &path);
+    ~Module();  // deinit (the module only logs), then dlclose
+    Module(const Module &) = delete;
+    Module &operator=(const Module &) = delete;
+
+    const std::string &path() const { return path_; }
+    const cal_module_info &info() const { return *info_; }
+    const cal_algo *algos() const { return algos_; }
+    unsigned algo_count() const { return info_->number; }
+    // The first record bound to `type`, or null.
+    const cal_algo *algo_for(int type) const;
+
+    int convert(const cal_algo *algo, const sensors_event_t &in, sensors_event_t *out) const;
+    int config(const cal_algo *algo, int cmd, std::int32_t enable, std::int32_t poll_rate) const;
+
+    // Optional exported families; null when the build lacks them.
+    VectorFn gravity_fn() const { return gravity_; }
+    VectorFn soft_gyro_fn() const { return soft_gyro_; }
+    const float *rotation_vector() const { return m_rvector_; }  // m_rvector, 3 floats
+    const MsensorView *msensor() const { return msensor_; }
+    bool has_offset_accessor() const { return get_offset_ != nullptr; }
+
+    void gravity(const float acc[3], std::int32_t period, float out[3]) const;
+    void soft_gyro(const float acc[3], std::int32_t period, float out[3]) const;
+    bool magnetic_offset(float out[3]) const;
+
+private:
+    std::string path_;
+    void *handle_ = nullptr;
+    const cal_module_info *info_ = nullptr;
+    const cal_algo *algos_ = nullptr;
+    VectorFn gravity_ = nullptr;
+    VectorFn soft_gyro_ = nullptr;
+    const float *m_rvector_ = nullptr;
+    const MsensorView *msensor_ = nullptr;
+    void (*get_offset_)(float *) = nullptr;
+};
+
+}  // namespace calhost
+
+#endif
