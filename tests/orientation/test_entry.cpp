@@ -52,27 +52,24 @@ TEST(Tilt, AnglesFromAGravityVector) {
     using Tilt = void (*)(const float *, float *);
     struct Case {
         Tilt f;
-        const char *name;
         float g[3], want;
     };
     const Case cases[] = {
-        {GetPitch, "GetPitch", {1, 0, 0}, -asinf(1.0f)}, {GetRollAngle, "GetRollAngle", {1, 0, 0}, 0x1.921fb6p+0f},
+        {GetPitch, {1, 0, 0}, -asinf(1.0f)}, {GetRollAngle, {1, 0, 0}, 0x1.921fb6p+0f},
         // No angle about x without g[1] and g[2]; a negative zero is no half turn
-        {GetRoll, "GetRoll", {1, 0, -0.0f}, 0.0f}, {GetPitchAngle, "GetPitchAngle", {1, 0, -0.0f}, 0.0f},
-        {GetRoll, "GetRoll", {1, 0, 0}, 0.0f}, {GetPitchAngle, "GetPitchAngle", {1, 0, 0}, 0.0f},
+        {GetRoll, {1, 0, -0.0f}, 0.0f}, {GetPitchAngle, {1, 0, -0.0f}, 0.0f},
         // Upright on the bottom edge, face down, and tilted
-        {GetPitchAngle, "GetPitchAngle", {0, 1, 0}, -0x1.921fb6p+0f}, {GetRoll, "GetRoll", {0, 1, 0}, 0x1.921fb6p+0f},
-        {GetRollAngle, "GetRollAngle", {0, 1, 0}, 0.0f}, {GetRoll, "GetRoll", {0, 0, -1}, 0x1.921fb6p+1f},
-        {GetRoll, "GetRoll", {0, -0.0f, -1}, -0x1.921fb6p+1f},
-        {GetPitchAngle, "GetPitchAngle", {0, 0x1p-20f, -1}, -atan2f(0x1p-20f, -1.0f)},
-        {GetPitch, "GetPitch", {0.5f, 0, 0.8660254f}, -asinf(0.5f)},
+        {GetPitchAngle, {0, 1, 0}, -0x1.921fb6p+0f}, {GetRoll, {0, 1, 0}, 0x1.921fb6p+0f},
+        {GetRollAngle, {0, 1, 0}, 0.0f}, {GetRoll, {0, 0, -1}, 0x1.921fb6p+1f},
+        {GetRoll, {0, -0.0f, -1}, -0x1.921fb6p+1f}, {GetPitchAngle, {0, 0x1p-20f, -1}, -atan2f(0x1p-20f, -1.0f)},
+        {GetPitch, {0.5f, 0, 0.8660254f}, -asinf(0.5f)},
         // A component beyond one g is not clamped
-        {GetPitch, "GetPitch", {1.0000001f, 0, 0}, NAN}, {GetRollAngle, "GetRollAngle", {1.0000001f, 0, 0}, NAN}};
-    for (const Case &c : cases) {
+        {GetPitch, {1.0000001f, 0, 0}, NAN}, {GetRollAngle, {1.0000001f, 0, 0}, NAN}};
+    for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
         float out = -123.0f;
-        c.f(c.g, &out);
-        SCOPED_TRACE(testing::Message() << c.name << " " << c.g[0] << ", " << c.g[1] << ", " << c.g[2]);
-        expect_same(out, c.want);
+        cases[i].f(cases[i].g, &out);
+        SCOPED_TRACE(testing::Message() << "row " << i);
+        expect_same(out, cases[i].want);
     }
 }
 
