@@ -29,7 +29,7 @@ TEST(Tilt, PitchAngleAndRollAngleFromComponents) {
     // {x, y, PitchAngle(x, y)}: a full turn from +x, three-quarters with no direction
     const float pitch[][3] = {{0, 5, 0x1.921fb4p+0f},  {0, -5, 0x1.2d97c8p+2f},  {0, 0, 0x1.2d97c8p+2f},
                               {-0.0f, 1, 0x1.921fb4p+0f}, {1, 0, 0}, {-1, 0, 0x1.921fb4p+1f},
-                              {1, -1, static_cast<float>(std::atan(-1.0) + 6.2831852)},  // summed in double
+                              {1, -7, 0x1.36ac9ep+2f},  // atan(-7) + 6.2831852, summed in double
                               {1, 1, 0x1.921fb6p-1f}, {-1, 1, 0x1.2d97c8p+1f}, {-1, -1, 0x1.f6a7a2p+1f}};
     for (const auto &c : pitch) {
         float out = -123.0f;
@@ -39,7 +39,7 @@ TEST(Tilt, PitchAngleAndRollAngleFromComponents) {
     }
     // {x, y, z, RollAngle}: minus the elevation of y; y = 0 counts as not below 0
     const float roll[][4] = {{0, 2, 0, -0x1.921fb4p+0f}, {0, -2, 0, 0x1.921fb4p+0f}, {0, 0, 0, -0x1.921fb4p+0f},
-                             {3, 4, 0, -atanf(4.0f / 3.0f)}, {0, 4, -3, -atanf(4.0f / 3.0f)}};
+                             {5, 2, 0, -0x1.85a378p-2f} /* atanf of the float ratio */, {0, 4, -3, -atanf(4.0f / 3.0f)}};
     for (const auto &c : roll) {
         float out = -123.0f;
         RollAngle(c[0], c[1], c[2], &out);
