@@ -25,7 +25,7 @@ void expect_same(float got, float want) {
     }
 }
 
-TEST(Tilt, PitchAngleAndRollAngleFromComponents) {
+TEST(Tilt, ExamplesOfEveryHelper) {
     // {x, y, PitchAngle(x, y)}: a full turn from +x, three-quarters with no direction
     const float pitch[][3] = {{0, 5, 0x1.921fb4p+0f},  {0, -5, 0x1.2d97c8p+2f},  {0, 0, 0x1.2d97c8p+2f},
                               {-0.0f, 1, 0x1.921fb4p+0f}, {1, 0, 0}, {-1, 0, 0x1.921fb4p+1f},
@@ -46,9 +46,7 @@ TEST(Tilt, PitchAngleAndRollAngleFromComponents) {
         SCOPED_TRACE(testing::Message() << c[0] << ", " << c[1] << ", " << c[2]);
         expect_same(out, c[3]);
     }
-}
-
-TEST(Tilt, AnglesFromAGravityVector) {
+    // {helper, g, angle}: angles from a gravity vector
     using Tilt = void (*)(const float *, float *);
     struct Case {
         Tilt f;
