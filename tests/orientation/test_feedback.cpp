@@ -4,50 +4,38 @@
 // algorithm only.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "calmodule/magcal.h"
 #include "calmodule/orientation.h"
 #include "magcal/calibration_state.h"
 #include "module/algorithms.h"
+#include "support/module_loader.h"
 #include "support/test_env.h"
 #include "tests/magcal/sphere_samples.h"
 
 namespace {
 
 using magcal_test::Vec3;
+using testsupport::make_event;
 
 constexpr int kAccelerometer = 1;
 constexpr int kMagneticField = 2;
 
-sensors_event_t event(int type, float x, float y, float z) {
-    sensors_event_t e;
-    std::memset(&e, 0, sizeof e);
-    e.type = type;
-    e.data[0] = x;
-    e.data[1] = y;
-    e.data[2] = z;
-    return e;
-}
-
 // A field in µT as the chip reports it (counts).
-sensors_event_t field_event(const Vec3 &f) { return event(kMagneticField, f.x / 1.5f, f.y / 1.5f, f.z / 2.6f); }
+sensors_event_t field_event(const Vec3 &f) { return make_event(kMagneticField, f.x / 1.5f, f.y / 1.5f, f.z / 2.6f); }
 
-void to_calibration(const sensors_event_t &e) {
+void through(const cal_algo_methods &algorithm, const sensors_event_t &e) {
     sensors_event_t out = e;
-    quarvel::mag_cal_methods.convert(&e, &out);
+    algorithm.convert(&e, &out);
 }
-void to_orientation(const sensors_event_t &e) {
-    sensors_event_t out = e;
-    quarvel::orientation_methods.convert(&e, &out);
-}
+void to_calibration(const sensors_event_t &e) { through(quarvel::mag_cal_methods, e); }
+void to_orientation(const sensors_event_t &e) { through(quarvel::orientation_methods, e); }
 void route(const sensors_event_t &e) {
     if (e.type == kMagneticField) to_calibration(e);
     to_orientation(e);
 }
 
-const sensors_event_t kFaceUp = event(kAccelerometer, 0.0f, 0.0f, 9.8f);
-const sensors_event_t kFaceDown = event(kAccelerometer, 0.0f, 0.0f, -9.8f);
+const sensors_event_t kFaceUp = make_event(kAccelerometer, 0.0f, 0.0f, 9.8f);
+const sensors_event_t kFaceDown = make_event(kAccelerometer, 0.0f, 0.0f, -9.8f);
 
 class Feedback : public ::testing::Test {
 protected:
@@ -107,7 +95,7 @@ TEST_F(Feedback, LargeJumpWhileStillRestartsTheNextCalibrationCall) {
 
 TEST_F(Feedback, HalfOfASmallJumpIsTakenOffTheOutputUntilAFitIsAccepted) {
     // GIVEN a device lying still in a steady field
-    const sensors_event_t steady = event(kMagneticField, 20.0f, 15.0f, -39.0f);
+    const sensors_event_t steady = make_event(kMagneticField, 20.0f, 15.0f, -39.0f);
     route(kFaceUp);
     to_orientation(steady);
     lie_still();
