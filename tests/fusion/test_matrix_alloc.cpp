@@ -7,26 +7,23 @@
 #include <cstring>
 
 #include "calmodule/fusion.h"
+#include "support/failing_malloc.h"
 
-namespace {
-int calls = 0, fail_call = -1;  // the call that fails, counted from 0; -1 none
-}  // namespace
-
-extern "C" void *__real_malloc(size_t size);
-extern "C" void *__wrap_malloc(size_t size) { return calls++ == fail_call ? nullptr : __real_malloc(size); }
+using testsupport::malloc_calls;
+using testsupport::malloc_fail_at;
 
 TEST(MatrixInvOutOfMemory, EitherFailedAllocationLeavesTheMatrixUntouched) {
     const float original[9] = {0, 0, 2, 0, 3, 0, 1, 0, 0};
-    for (fail_call = 0; fail_call <= 2; ++fail_call) {  // 2: with memory the same matrix inverts
+    for (malloc_fail_at = 0; malloc_fail_at <= 2; ++malloc_fail_at) {  // 2: with memory the same matrix inverts
         float a[9];
         std::memcpy(a, original, sizeof a);
-        calls = 0;
-        EXPECT_EQ(matrix_inv(a, 3), fail_call == 2 ? 1 : 0) << "allocation " << fail_call;
-        if (fail_call < 2) {
-            EXPECT_EQ(std::memcmp(a, original, sizeof a), 0) << "allocation " << fail_call;
+        malloc_calls = 0;
+        EXPECT_EQ(matrix_inv(a, 3), malloc_fail_at == 2 ? 1 : 0) << "allocation " << malloc_fail_at;
+        if (malloc_fail_at < 2) {
+            EXPECT_EQ(std::memcmp(a, original, sizeof a), 0) << "allocation " << malloc_fail_at;
         } else {
-            EXPECT_EQ(calls, 2);  // the two index arrays
+            EXPECT_EQ(malloc_calls, 2);  // the two index arrays
         }
     }
-    fail_call = -1;
+    malloc_fail_at = -1;
 }
