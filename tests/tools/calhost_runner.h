@@ -30,6 +30,12 @@ inline std::string slurp(const std::string &path) {
     return s.str();
 }
 
+// Whether `text` holds `part`; a failure shows both.
+inline ::testing::AssertionResult has(const std::string &text, const std::string &part) {
+    if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "`" << part << "` is not in:\n" << text;
+}
+
 class CalhostTest : public ::testing::Test {
 protected:
     void SetUp() override {

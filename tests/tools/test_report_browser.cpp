@@ -9,6 +9,7 @@
 namespace {
 
 using calhost_test::CalhostTest;
+using calhost_test::has;
 using calhost_test::slurp;
 
 std::string find_chromium() {
@@ -70,16 +71,16 @@ protected:
         ASSERT_FALSE(dom.empty());
         const std::string errors = element(dom, "errors").substr(0, 2000);
         EXPECT_EQ(dom.find("data-script-errors=\""), std::string::npos) << errors;
-        EXPECT_NE(dom.find("<pre id=\"errors\"></pre>"), std::string::npos) << errors;
-        EXPECT_NE(dom.find("data-plots-rendered=\"6\""), std::string::npos) << "not every plot finished drawing";
+        EXPECT_TRUE(has(dom, "<pre id=\"errors\"></pre>"));
+        EXPECT_TRUE(has(dom, "data-plots-rendered=\"6\""));
         for (const char *id : {"plot-level", "plot-magnitude", "plot-cloud", "plot-orientation", "plot-heading",
                                "plot-pocket"}) {
-            EXPECT_NE(element(dom, id).find("class=\"main-svg\""), std::string::npos) << id << " has no drawing";
+            EXPECT_TRUE(has(element(dom, id), "class=\"main-svg\""));
         }
         // The 3D cloud is drawn with WebGL, on a canvas.
-        EXPECT_NE(element(dom, "plot-cloud").find("<canvas"), std::string::npos);
+        EXPECT_TRUE(has(element(dom, "plot-cloud"), "<canvas"));
         // The summary table was filled.
-        EXPECT_NE(dom.find("<th>Final level</th>"), std::string::npos);
+        EXPECT_TRUE(has(dom, "<th>Final level</th>"));
     }
 
     std::string chromium_;
@@ -90,13 +91,13 @@ TEST_F(ReportInBrowser, ASimulatedSessionDrawsEveryPlot) {
     ASSERT_EQ(run("simulate --duration 30 -o " + session).status, 0);
     const std::string dom = render(session);
     expect_every_plot_drawn(dom);
-    EXPECT_NE(dom.find("<th>Offset error</th>"), std::string::npos);
+    EXPECT_TRUE(has(dom, "<th>Offset error</th>"));
 }
 
 TEST_F(ReportInBrowser, ASessionWithoutMagnetometerStillDrawsEveryPlotAndSaysWhatIsMissing) {
     const std::string dom = render(write("pocket.csv", "time_ns,type,v0,v1,v2\n1000,5,500,0,0\n2000,8,0,0,0\n"));
     expect_every_plot_drawn(dom);
-    EXPECT_NE(dom.find("No calibrated magnetometer output in this replay."), std::string::npos);
+    EXPECT_TRUE(has(dom, "No calibrated magnetometer output in this replay."));
 }
 
 }  // namespace
