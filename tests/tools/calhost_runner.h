@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <iterator>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -63,14 +64,9 @@ protected:
         std::filesystem::remove(err);
         return r;
     }
-    // The files in the scratch folder, apart from the ones named.
-    std::size_t entries() const {
-        std::size_t n = 0;
-        for (const auto &e : std::filesystem::directory_iterator(dir_)) {
-            (void)e;
-            ++n;
-        }
-        return n;
+    // How many files the scratch folder holds.
+    std::ptrdiff_t entries() const {
+        return std::distance(std::filesystem::directory_iterator(dir_), std::filesystem::directory_iterator());
     }
 
     std::string dir_;

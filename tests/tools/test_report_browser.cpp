@@ -1,7 +1,8 @@
 // The HTML report in a real browser: it loads offline, runs without a script error and
 // draws every plot.
+#include <cstdio>
 #include <cstdlib>
-#include <regex>
+#include <cstring>
 #include <string>
 
 #include "calhost_runner.h"
@@ -12,20 +13,13 @@ using calhost_test::CalhostTest;
 using calhost_test::has;
 using calhost_test::slurp;
 
+// The browser's path, or "" when it is not installed.
 std::string find_chromium() {
-    const char *path = std::getenv("PATH");
-    std::string dirs = path ? path : "/usr/bin:/bin";
-    std::size_t pos = 0;
-    while (pos <= dirs.size()) {
-        std::size_t end = dirs.find(':', pos);
-        if (end == std::string::npos) end = dirs.size();
-        for (const char *name : {"chromium", "chromium-browser"}) {
-            const std::string candidate = dirs.substr(pos, end - pos) + "/" + name;
-            if (::access(candidate.c_str(), X_OK) == 0) return candidate;
-        }
-        pos = end + 1;
-    }
-    return {};
+    FILE *p = ::popen("command -v chromium || command -v chromium-browser", "r");
+    char path[4096] = "";
+    if (p && !std::fgets(path, sizeof path, p)) path[0] = '\0';
+    if (p) ::pclose(p);
+    return std::string(path, std::strcspn(path, "\n"));
 }
 
 // The part of the page from the element with this id to the next plot.

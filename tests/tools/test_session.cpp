@@ -21,15 +21,9 @@ using calhost::SessionRow;
 
 class SessionFile : public ::testing::Test {
 protected:
-    void TearDown() override {
-        if (!path_.empty()) std::remove(path_.c_str());
-    }
+    // One process per test case: the process id makes the file the test's own.
+    void TearDown() override { std::remove(path_.c_str()); }
     const std::string &write(const std::string &bytes) {
-        char templ[] = "/tmp/calhost-session-XXXXXX";
-        const int fd = ::mkstemp(templ);
-        EXPECT_GE(fd, 0);
-        ::close(fd);
-        path_ = templ;
         std::ofstream(path_, std::ios::binary) << bytes;
         return path_;
     }
@@ -51,7 +45,7 @@ protected:
     }
     std::string at(int line) const { return path_ + ":" + std::to_string(line) + ": "; }
 
-    std::string path_;
+    const std::string path_ = ::testing::TempDir() + "calhost-session-" + std::to_string(::getpid()) + ".csv";
 };
 
 TEST_F(SessionFile, ReadsRowsAfterCommentsBlankLinesAndTheHeaderWithUpToSixteenValues) {
@@ -166,14 +160,10 @@ TEST(ParseTriple, TakesThreeFiniteNumbers) {
 
 TEST(RotationVectorAzimuth, TurnsClockwiseLikeACompass) {
     // A rotation vector (0, 0, sin(h/2)) is a heading h about the vertical.
-    auto about_z = [](double deg) {
-        const float rv[3] = {0.0f, 0.0f, static_cast<float>(std::sin(deg * M_PI / 360.0))};
-        return calhost::rotation_vector_azimuth(rv);
-    };
-    EXPECT_NEAR(about_z(0.0), 0.0, 1e-4);
-    EXPECT_NEAR(about_z(90.0), 90.0, 1e-4);
-    EXPECT_NEAR(about_z(-90.0), 270.0, 1e-4);
-    EXPECT_NEAR(about_z(179.0), 179.0, 1e-3);
+    for (const auto &[heading, azimuth] : {std::pair{0.0, 0.0}, {90.0, 90.0}, {-90.0, 270.0}, {179.0, 179.0}}) {
+        const float rv[3] = {0.0f, 0.0f, static_cast<float>(std::sin(heading * M_PI / 360.0))};
+        EXPECT_NEAR(calhost::rotation_vector_azimuth(rv), azimuth, 1e-3) << heading;
+    }
     // A vector longer than a unit quaternion allows still gives an angle, not NaN.
     const float too_long[3] = {1.0f, 1.0f, 1.0f};
     EXPECT_FALSE(std::isnan(calhost::rotation_vector_azimuth(too_long)));
