@@ -32,9 +32,13 @@
 #include <limits>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "calmodule/aoc.h"
+#include "calmodule/fusion.h"
+#include "calmodule/magcal.h"
 #include "calmodule/module.h"
+#include "calmodule/orientation.h"
 #include "identity_report.h"
 #include "portable_math.h"
 #include "support/log_capture.h"
@@ -175,32 +179,6 @@ constexpr Phase kPhases[] = {
 
 // ---- the module's exported functions, found by name --------------------------------
 
-using VectorEstimator = void(const float *, const int32_t *, float *);
-using TiltFn = void(const float *, float *);
-using PlaneAngleFn = void(float, float, float *);
-using RollAngleFn = void(float, float, float, float *);
-using AnglesFn = void(float *, const float *, float *);
-using AzimuthFn = void(const float *, float *, float *);
-using MatInvFn = int(float *, int);
-using DetFn = float(const float *);
-using DotFn = float(const float *, const float *);
-using CrossFn = void(const float *, const float *, float *);
-using InitDcmFn = void(const float *, float *);
-using Quat2DcmFn = void(const float *, float *);
-using MatProd31Fn = void(const float *, const float *, float *);
-using QuatProductFn = void(const float *, const float *, float *);
-using GradientDescentFn = void(const float *, const float *, const float *, float, float *);
-using MatNormFn = float(const float *, int);
-using MatMultiplyFn = void(const float *, const float *, int, int, int, float *);
-using InitAocFn = void(aoc_context *);
-using AocFn = int16_t(aoc_context *, const akfs_vec *, akfs_vec *);
-using DirectionFn = int16_t(int16_t, const akfs_vec *, int16_t, int16_t, const akfs_vec *, int16_t,
-                            float *, float *, float *);
-using RotateMatFn = int16_t(const int16_t *, akfs_vec *);
-using VbNormFn = int16_t(int16_t, const akfs_vec *, int16_t, const akfs_vec *, const akfs_vec *,
-                         float, int16_t, akfs_vec *);
-using VbAveFn = int16_t(int16_t, const akfs_vec *, int16_t, akfs_vec *);
-
 const LoadedModule *g_module = nullptr;
 
 // The function or object, or null with an "absent" line in the transcript (so a
@@ -211,18 +189,24 @@ T *find(const char *name) {
     if (!p) Line("absent %s", name).word("-");
     return p;
 }
+// The exported name, typed by its declaration in the public headers.
+#define FIND(name) find<decltype(::name)>(#name)
 
-void print_event(const char *what, int step, int rc, const sensors_event_t &out, int n) {
+// One event through one algorithm into a poisoned output record, printed with the
+// first n values of what came out.
+void convert(const LoadedModule &m, const char *what, int step, int32_t type, const sensors_event_t &in, int n) {
+    sensors_event_t out = testsupport::poisoned_event();
+    const int rc = m.convert(type, in, &out);
     Line("%04d %s", step, what).i(rc).fs(out.data, n).i(out.vector.status);
 }
 
 // ---- the session ------------------------------------------------------------------
 
 void run_events(const LoadedModule &m) {
-    VectorEstimator *rv = find<VectorEstimator>("get_rv_value");
-    VectorEstimator *gravity = find<VectorEstimator>("get_gravity_value");
-    VectorEstimator *linear = find<VectorEstimator>("get_la_value");
-    VectorEstimator *soft_gyro = find<VectorEstimator>("get_soft_gyro_value");
+    std::pair<const char *, decltype(::get_rv_value) *> estimators[] = {
+        {"get_rv_value", nullptr}, {"get_gravity_value", nullptr}, {"get_la_value", nullptr},
+        {"get_soft_gyro_value", nullptr}};
+    for (auto &[name, fn] : estimators) fn = find<decltype(::get_rv_value)>(name);
     // The calibration flags the orientation computation raises and clears.
     const int16_t *cali_flag = find<const int16_t>("cali_flag");
     const int16_t *cali_ret = find<const int16_t>("cali_ret");
@@ -261,49 +245,31 @@ void run_events(const LoadedModule &m) {
 
             // The HAL's order: the accelerometer event, then the magnetometer event to
             // each algorithm bound to a magnetic type.
-            sensors_event_t out = testsupport::poisoned_event();
             const sensors_event_t acc_event = make_event(CALMODULE_TYPE_ACCELEROMETER, acc[0], acc[1], acc[2]);
-            print_event("orientation(acc)", step, m.convert(CALMODULE_TYPE_ORIENTATION, acc_event, &out), out, 3);
+            convert(m, "orientation(acc)", step, CALMODULE_TYPE_ORIENTATION, acc_event, 3);
 
             sensors_event_t mag_event = make_event(CALMODULE_TYPE_MAGNETIC_FIELD, raw[0], raw[1], raw[2]);
             mag_event.vector.status = 1;
             mag_event.data[4] = raw[0];
             mag_event.data[5] = raw[1];
             mag_event.data[6] = raw[2];
-            out = testsupport::poisoned_event();
-            print_event("mag_cal", step, m.convert(CALMODULE_TYPE_MAGNETIC_FIELD, mag_event, &out), out, 3);
-            out = testsupport::poisoned_event();
-            print_event("orientation(mag)", step, m.convert(CALMODULE_TYPE_ORIENTATION, mag_event, &out), out, 3);
-            out = testsupport::poisoned_event();
-            print_event("mag_uncal", step, m.convert(CALMODULE_TYPE_MAGNETIC_FIELD_UNCALIBRATED, mag_event, &out),
-                        out, 6);
+            convert(m, "mag_cal", step, CALMODULE_TYPE_MAGNETIC_FIELD, mag_event, 3);
+            convert(m, "orientation(mag)", step, CALMODULE_TYPE_ORIENTATION, mag_event, 3);
+            convert(m, "mag_uncal", step, CALMODULE_TYPE_MAGNETIC_FIELD_UNCALIBRATED, mag_event, 6);
 
             if (step % 3 == 0) {
                 const int j = (step / 3) % 6;
                 const bool light = (step / 3) % 2 == 0;
                 const sensors_event_t e = light ? make_event(CALMODULE_TYPE_LIGHT, kLux[j])
                                                 : make_event(CALMODULE_TYPE_PROXIMITY, kCentimetres[j]);
-                out = testsupport::poisoned_event();
-                print_event(light ? "pocket(light)" : "pocket(proximity)", step,
-                            m.convert(CALMODULE_TYPE_POCKET, e, &out), out, 1);
+                convert(m, light ? "pocket(light)" : "pocket(proximity)", step, CALMODULE_TYPE_POCKET, e, 1);
             }
 
-            float v[3];
-            if (rv) {
-                rv(acc, &period, v);
-                Line("%04d get_rv_value", step).fs(v, 3);
-            }
-            if (gravity) {
-                gravity(acc, &period, v);
-                Line("%04d get_gravity_value", step).fs(v, 3);
-            }
-            if (linear) {
-                linear(acc, &period, v);
-                Line("%04d get_la_value", step).fs(v, 3);
-            }
-            if (soft_gyro) {
-                soft_gyro(acc, &period, v);
-                Line("%04d get_soft_gyro_value", step).fs(v, 3);
+            for (const auto &[name, fn] : estimators) {
+                float v[3];
+                if (!fn) continue;
+                fn(acc, &period, v);
+                Line("%04d %s", step, name).fs(v, 3);
             }
             Line state("%04d state", step);
             if (cali_flag) state.i(*cali_flag);
@@ -316,17 +282,12 @@ void run_events(const LoadedModule &m) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float bad[][3] = {{0.0f, 0.0f, 0.0f}, {1e30f, -1e30f, 1e30f}, {inf, 0.0f, 1.0f}, {nan, 2.0f, 3.0f}};
     for (const auto &b : bad) {
-        sensors_event_t out = testsupport::poisoned_event();
         const sensors_event_t mag_event = make_event(CALMODULE_TYPE_MAGNETIC_FIELD, b[0], b[1], b[2]);
-        print_event("bad mag_cal", step, m.convert(CALMODULE_TYPE_MAGNETIC_FIELD, mag_event, &out), out, 3);
-        out = testsupport::poisoned_event();
+        convert(m, "bad mag_cal", step, CALMODULE_TYPE_MAGNETIC_FIELD, mag_event, 3);
         const sensors_event_t acc_event = make_event(CALMODULE_TYPE_ACCELEROMETER, b[0], b[1], b[2]);
-        print_event("bad orientation(acc)", step, m.convert(CALMODULE_TYPE_ORIENTATION, acc_event, &out), out, 3);
-        out = testsupport::poisoned_event();
-        print_event("bad orientation(mag)", step, m.convert(CALMODULE_TYPE_ORIENTATION, mag_event, &out), out, 3);
-        out = testsupport::poisoned_event();
-        print_event("bad pocket", step, m.convert(CALMODULE_TYPE_POCKET, make_event(CALMODULE_TYPE_LIGHT, b[0]), &out),
-                    out, 1);
+        convert(m, "bad orientation(acc)", step, CALMODULE_TYPE_ORIENTATION, acc_event, 3);
+        convert(m, "bad orientation(mag)", step, CALMODULE_TYPE_ORIENTATION, mag_event, 3);
+        convert(m, "bad pocket", step, CALMODULE_TYPE_POCKET, make_event(CALMODULE_TYPE_LIGHT, b[0]), 1);
         ++step;
     }
 }
@@ -337,7 +298,7 @@ void run_direct_calls() {
                                      {-0.8f, 0.6f, 0.0f}, {0.0f, 0.0f, 1.0f},  {-0.28f, -0.96f, 0.0f}};
     const char *tilt_names[] = {"GetPitch", "GetRoll", "GetPitchAngle", "GetRollAngle"};
     for (const char *name : tilt_names) {
-        if (TiltFn *fn = find<TiltFn>(name)) {
+        if (auto *fn = find<decltype(::GetPitch)>(name)) {
             for (int i = 0; i < 6; ++i) {
                 float out = 0.0f;
                 fn(kUnit[i], &out);
@@ -345,14 +306,14 @@ void run_direct_calls() {
             }
         }
     }
-    if (PlaneAngleFn *fn = find<PlaneAngleFn>("PitchAngle")) {
+    if (auto *fn = FIND(PitchAngle)) {
         for (int i = 0; i < 6; ++i) {
             float out = 0.0f;
             fn(kUnit[i][0], kUnit[i][1], &out);
             Line("PitchAngle[%d]", i).f(out);
         }
     }
-    if (RollAngleFn *fn = find<RollAngleFn>("RollAngle")) {
+    if (auto *fn = FIND(RollAngle)) {
         for (int i = 0; i < 6; ++i) {
             float out = 0.0f;
             fn(kUnit[i][0], kUnit[i][1], kUnit[i][2], &out);
@@ -362,7 +323,7 @@ void run_direct_calls() {
     static const float kFields[][3] = {{0.0f, 22.0f, -40.0f}, {15.5f, -3.25f, -42.0f}, {-20.0f, 0.0f, -40.0f}};
     const char *angle_names[] = {"GetOrientationAngles", "softgy_GetOrientationAngles"};
     for (const char *name : angle_names) {
-        if (AnglesFn *fn = find<AnglesFn>(name)) {
+        if (auto *fn = find<decltype(::GetOrientationAngles)>(name)) {
             for (int r = 0; r < 12; ++r) {  // the filters inside see a repeated stream
                 float mag[3] = {kFields[r % 3][0], kFields[r % 3][1], kFields[r % 3][2]};
                 float out[3] = {0.0f, 0.0f, 0.0f};
@@ -371,7 +332,7 @@ void run_direct_calls() {
             }
         }
     }
-    if (AzimuthFn *fn = find<AzimuthFn>("GetAzimuth")) {
+    if (auto *fn = FIND(GetAzimuth)) {
         for (int r = 0; r < 12; ++r) {
             const float acc[3] = {kUnit[r % 6][0] * 9.8f, kUnit[r % 6][1] * 9.8f, kUnit[r % 6][2] * 9.8f};
             float mag[3] = {kFields[r % 3][0], kFields[r % 3][1], kFields[r % 3][2]};
@@ -382,7 +343,7 @@ void run_direct_calls() {
     }
 
     // Matrix utilities.
-    if (MatInvFn *inv = find<MatInvFn>("matrix_inv")) {
+    if (auto *inv = FIND(matrix_inv)) {
         float a3[9] = {4, 1, 2, 1, 5, 3, 2, 3, 6};
         Line("matrix_inv(3x3)").i(inv(a3, 3)).fs(a3, 9);
         float a4[16] = {2, -1, 0, 3, 1, 4, -2, 0.5f, 0, 3, 5, -1, 7, 0, 1, 2};
@@ -397,20 +358,20 @@ void run_direct_calls() {
     static const float kM[9] = {0.9f, -0.1f, 0.3f, 0.2f, 1.1f, -0.4f, -0.3f, 0.5f, 0.8f};
     static const float kA[3] = {1.5f, -2.25f, 0.1f};
     static const float kB[3] = {-0.3f, 0.7f, 2.0f};
-    if (DetFn *fn = find<DetFn>("det")) Line("det").f(fn(kM));
-    if (DotFn *fn = find<DotFn>("dot")) Line("dot").f(fn(kA, kB));
-    if (CrossFn *fn = find<CrossFn>("cross")) {
+    if (auto *fn = FIND(det)) Line("det").f(fn(kM));
+    if (auto *fn = FIND(dot)) Line("dot").f(fn(kA, kB));
+    if (auto *fn = FIND(cross)) {
         float out[3];
         fn(kA, kB, out);
         Line("cross").fs(out, 3);
     }
-    if (MatNormFn *fn = find<MatNormFn>("matrix_norm")) Line("matrix_norm").f(fn(kM, 9));
-    if (MatMultiplyFn *fn = find<MatMultiplyFn>("matrix_multiply")) {
+    if (auto *fn = FIND(matrix_norm)) Line("matrix_norm").f(fn(kM, 9));
+    if (auto *fn = FIND(matrix_multiply)) {
         float out[9];
         fn(kM, kM, 3, 3, 3, out);
         Line("matrix_multiply").fs(out, 9);
     }
-    if (InitDcmFn *fn = find<InitDcmFn>("init_dcm")) {
+    if (auto *fn = FIND(init_dcm)) {
         static const float kEuler[][3] = {{0, 0, 0}, {4.0f, 0.3f, -0.2f}, {-2.5f, -1.2f, 3.0f}, {1.0f, 0.5f, 0.25f}};
         for (int i = 0; i < 4; ++i) {
             float q[4];
@@ -420,22 +381,22 @@ void run_direct_calls() {
     }
     static const float kQ[4] = {0.9f, 0.1f, -0.3f, 0.2f};
     static const float kP[4] = {0.5f, -0.5f, 0.5f, 0.5f};
-    if (Quat2DcmFn *fn = find<Quat2DcmFn>("Quat2DCM")) {
+    if (auto *fn = FIND(Quat2DCM)) {
         float out[9];
         fn(kQ, out);
         Line("Quat2DCM").fs(out, 9);
     }
-    if (MatProd31Fn *fn = find<MatProd31Fn>("mat_prod31")) {
+    if (auto *fn = FIND(mat_prod31)) {
         float out[3];
         fn(kM, kA, out);
         Line("mat_prod31").fs(out, 3);
     }
-    if (QuatProductFn *fn = find<QuatProductFn>("QuaternionProduct")) {
+    if (auto *fn = FIND(QuaternionProduct)) {
         float out[4];
         fn(kQ, kP, out);
         Line("QuaternionProduct").fs(out, 4);
     }
-    if (GradientDescentFn *fn = find<GradientDescentFn>("GradientDescent")) {
+    if (auto *fn = FIND(GradientDescent)) {
         static const float kAcc[3] = {1.2f, -0.8f, 9.6f};
         static const float kMag[3] = {5.0f, 21.0f, -38.0f};
         float q[4] = {1.0f, 0.0f, 0.0f, 0.0f};
@@ -448,8 +409,8 @@ void run_direct_calls() {
     }
 
     // AKFS_: offset estimation from points on a sphere about (30, -20, 45), radius 50.
-    InitAocFn *init_aoc = find<InitAocFn>("AKFS_InitAOC");
-    AocFn *aoc = find<AocFn>("AKFS_AOC");
+    auto *init_aoc = FIND(AKFS_InitAOC);
+    auto *aoc = FIND(AKFS_AOC);
     if (init_aoc && aoc) {
         aoc_context context;
         init_aoc(&context);
@@ -470,7 +431,7 @@ void run_direct_calls() {
             Line("AKFS_AOC[%02d]", i).i(rc).f(offset.x).f(offset.y).f(offset.z).f(context.sphere_radius);
         }
     }
-    if (VbNormFn *norm = find<VbNormFn>("AKFS_VbNorm")) {
+    if (auto *norm = FIND(AKFS_VbNorm)) {
         const akfs_vec data[3] = {{10.0f, -4.0f, 33.0f}, {11.5f, -3.0f, 31.0f}, {9.0f, -5.5f, 34.0f}};
         const akfs_vec offset = {1.0f, 2.0f, 3.0f};
         const akfs_vec scale = {0.9f, 1.1f, 1.3f};
@@ -478,7 +439,7 @@ void run_direct_calls() {
         Line("AKFS_VbNorm").i(norm(3, data, 3, &offset, &scale, 0.6f, 4, history))
             .f(history[0].x).f(history[0].y).f(history[0].z).f(history[2].x).f(history[2].y).f(history[2].z);
     }
-    DirectionFn *direction = find<DirectionFn>("AKFS_Direction");
+    auto *direction = FIND(AKFS_Direction);
     if (direction) {
         static const akfs_vec kH[4] = {{0.0f, 20.0f, -40.0f}, {-20.0f, 0.0f, -40.0f}, {12.0f, 17.0f, -35.0f},
                                        {3.5f, -21.0f, -41.0f}};
@@ -497,7 +458,7 @@ void run_direct_calls() {
         const int rc = direction(4, kH, 4, 4, kAcc, 3, &az, &pitch, &roll);
         Line("AKFS_Direction(averaged)").i(rc).f(az).f(pitch).f(roll);
     }
-    if (RotateMatFn *fn = find<RotateMatFn>("AKFS_RotateMat")) {
+    if (auto *fn = FIND(AKFS_RotateMat)) {
         static const int16_t kMount[9] = {0, 1, 0, -1, 0, 0, 0, 0, 1};
         akfs_vec v = {1.25f, -2.5f, 3.75f};
         Line("AKFS_RotateMat").i(fn(kMount, &v)).f(v.x).f(v.y).f(v.z);
