@@ -200,6 +200,14 @@ void convert(const LoadedModule &m, const char *what, int step, int32_t type, co
     Line("%04d %s", step, what).i(rc).fs(out.data, n).i(out.vector.status);
 }
 
+// A function's N float outputs, printed under its name.
+template <int N, class Call>
+void print(const char *name, Call call) {
+    float out[N];
+    call(out);
+    Line("%s", name).fs(out, N);
+}
+
 // ---- the session ------------------------------------------------------------------
 
 void run_events(const LoadedModule &m) {
@@ -296,33 +304,22 @@ void run_direct_calls() {
     // Tilt helpers on unit gravity vectors (exact in float or nearly).
     static const float kUnit[][3] = {{0.6f, 0.0f, 0.8f},  {0.0f, 0.6f, -0.8f}, {0.36f, 0.48f, 0.8f},
                                      {-0.8f, 0.6f, 0.0f}, {0.0f, 0.0f, 1.0f},  {-0.28f, -0.96f, 0.0f}};
-    const char *tilt_names[] = {"GetPitch", "GetRoll", "GetPitchAngle", "GetRollAngle"};
-    for (const char *name : tilt_names) {
-        if (auto *fn = find<decltype(::GetPitch)>(name)) {
-            for (int i = 0; i < 6; ++i) {
-                float out = 0.0f;
-                fn(kUnit[i], &out);
-                Line("%s[%d]", name, i).f(out);
-            }
-        }
-    }
-    if (auto *fn = FIND(PitchAngle)) {
+    auto each_unit = [](const char *name, auto tilt) {
         for (int i = 0; i < 6; ++i) {
             float out = 0.0f;
-            fn(kUnit[i][0], kUnit[i][1], &out);
-            Line("PitchAngle[%d]", i).f(out);
+            tilt(kUnit[i], &out);
+            Line("%s[%d]", name, i).f(out);
         }
+    };
+    for (const char *name : {"GetPitch", "GetRoll", "GetPitchAngle", "GetRollAngle"}) {
+        if (auto *fn = find<decltype(::GetPitch)>(name)) each_unit(name, fn);
     }
+    if (auto *fn = FIND(PitchAngle)) each_unit("PitchAngle", [fn](const float *u, float *o) { fn(u[0], u[1], o); });
     if (auto *fn = FIND(RollAngle)) {
-        for (int i = 0; i < 6; ++i) {
-            float out = 0.0f;
-            fn(kUnit[i][0], kUnit[i][1], kUnit[i][2], &out);
-            Line("RollAngle[%d]", i).f(out);
-        }
+        each_unit("RollAngle", [fn](const float *u, float *o) { fn(u[0], u[1], u[2], o); });
     }
     static const float kFields[][3] = {{0.0f, 22.0f, -40.0f}, {15.5f, -3.25f, -42.0f}, {-20.0f, 0.0f, -40.0f}};
-    const char *angle_names[] = {"GetOrientationAngles", "softgy_GetOrientationAngles"};
-    for (const char *name : angle_names) {
+    for (const char *name : {"GetOrientationAngles", "softgy_GetOrientationAngles"}) {
         if (auto *fn = find<decltype(::GetOrientationAngles)>(name)) {
             for (int r = 0; r < 12; ++r) {  // the filters inside see a repeated stream
                 float mag[3] = {kFields[r % 3][0], kFields[r % 3][1], kFields[r % 3][2]};
@@ -360,42 +357,20 @@ void run_direct_calls() {
     static const float kB[3] = {-0.3f, 0.7f, 2.0f};
     if (auto *fn = FIND(det)) Line("det").f(fn(kM));
     if (auto *fn = FIND(dot)) Line("dot").f(fn(kA, kB));
-    if (auto *fn = FIND(cross)) {
-        float out[3];
-        fn(kA, kB, out);
-        Line("cross").fs(out, 3);
-    }
+    if (auto *fn = FIND(cross)) print<3>("cross", [&](float *out) { fn(kA, kB, out); });
     if (auto *fn = FIND(matrix_norm)) Line("matrix_norm").f(fn(kM, 9));
-    if (auto *fn = FIND(matrix_multiply)) {
-        float out[9];
-        fn(kM, kM, 3, 3, 3, out);
-        Line("matrix_multiply").fs(out, 9);
-    }
+    if (auto *fn = FIND(matrix_multiply)) print<9>("matrix_multiply", [&](float *out) { fn(kM, kM, 3, 3, 3, out); });
     if (auto *fn = FIND(init_dcm)) {
         static const float kEuler[][3] = {{0, 0, 0}, {4.0f, 0.3f, -0.2f}, {-2.5f, -1.2f, 3.0f}, {1.0f, 0.5f, 0.25f}};
         for (int i = 0; i < 4; ++i) {
-            float q[4];
-            fn(kEuler[i], q);
-            Line("init_dcm[%d]", i).fs(q, 4);
+            print<4>(("init_dcm[" + std::to_string(i) + "]").c_str(), [&](float *q) { fn(kEuler[i], q); });
         }
     }
     static const float kQ[4] = {0.9f, 0.1f, -0.3f, 0.2f};
     static const float kP[4] = {0.5f, -0.5f, 0.5f, 0.5f};
-    if (auto *fn = FIND(Quat2DCM)) {
-        float out[9];
-        fn(kQ, out);
-        Line("Quat2DCM").fs(out, 9);
-    }
-    if (auto *fn = FIND(mat_prod31)) {
-        float out[3];
-        fn(kM, kA, out);
-        Line("mat_prod31").fs(out, 3);
-    }
-    if (auto *fn = FIND(QuaternionProduct)) {
-        float out[4];
-        fn(kQ, kP, out);
-        Line("QuaternionProduct").fs(out, 4);
-    }
+    if (auto *fn = FIND(Quat2DCM)) print<9>("Quat2DCM", [&](float *out) { fn(kQ, out); });
+    if (auto *fn = FIND(mat_prod31)) print<3>("mat_prod31", [&](float *out) { fn(kM, kA, out); });
+    if (auto *fn = FIND(QuaternionProduct)) print<4>("QuaternionProduct", [&](float *out) { fn(kQ, kP, out); });
     if (auto *fn = FIND(GradientDescent)) {
         static const float kAcc[3] = {1.2f, -0.8f, 9.6f};
         static const float kMag[3] = {5.0f, 21.0f, -38.0f};
@@ -445,18 +420,13 @@ void run_direct_calls() {
                                        {3.5f, -21.0f, -41.0f}};
         static const akfs_vec kAcc[4] = {{0.0f, 0.0f, 9.8f}, {1.3f, -2.1f, 9.4f}, {-4.0f, 0.5f, 8.9f},
                                          {0.2f, 6.0f, 7.7f}};
-        for (int i = 0; i < 4; ++i) {
-            float az = 0.0f;
-            float pitch = 0.0f;
-            float roll = 0.0f;
-            const int rc = direction(1, &kH[i], 1, 1, &kAcc[i], 1, &az, &pitch, &roll);
-            Line("AKFS_Direction[%d]", i).i(rc).f(az).f(pitch).f(roll);
+        // Each sample alone, then the four averaged (the accelerometer over three).
+        for (int i = 0; i <= 4; ++i) {
+            float az = 0.0f, pitch = 0.0f, roll = 0.0f;
+            const int rc = i < 4 ? direction(1, &kH[i], 1, 1, &kAcc[i], 1, &az, &pitch, &roll)
+                                 : direction(4, kH, 4, 4, kAcc, 3, &az, &pitch, &roll);
+            Line(i < 4 ? "AKFS_Direction[%d]" : "AKFS_Direction(averaged)", i).i(rc).f(az).f(pitch).f(roll);
         }
-        float az = 0.0f;
-        float pitch = 0.0f;
-        float roll = 0.0f;
-        const int rc = direction(4, kH, 4, 4, kAcc, 3, &az, &pitch, &roll);
-        Line("AKFS_Direction(averaged)").i(rc).f(az).f(pitch).f(roll);
     }
     if (auto *fn = FIND(AKFS_RotateMat)) {
         static const int16_t kMount[9] = {0, 1, 0, -1, 0, 0, 0, 0, 1};

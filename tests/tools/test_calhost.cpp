@@ -24,8 +24,9 @@ double distance(const nlohmann::json &a, const double b[3]) {
 TEST_F(CalhostTest, InfoPrintsTheModuleAndItsFourAlgorithms) {
     const auto r = run("info");
     ASSERT_EQ(r.status, 0) << r.err;
-    for (const char *line : {"cal_module_quarvel", "Quarvel", "algorithms  4", "2  magnetic_field", "3  orientation", "14  magnetic_field_uncalibrated", "65537  pocket",
-                             "\"qv730\"", "\"ltr553-pocket\", \"ap3426-pocket\", \"oem-pocket\""}) {
+    for (const char *line : {"cal_module_quarvel", "Quarvel", "algorithms  4", "2  magnetic_field", "3  orientation",
+                             "14  magnetic_field_uncalibrated", "65537  pocket", "\"qv730\"",
+                             "\"ltr553-pocket\", \"ap3426-pocket\", \"oem-pocket\""}) {
         EXPECT_TRUE(has(r.out, line));
     }
     // The module logs its deinit through the Android log, on stderr.
