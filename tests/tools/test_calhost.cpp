@@ -149,8 +149,10 @@ TEST_F(CalhostTest, SimulatedSessionsCalibrateNearTheirTruthAndReplayIdentically
         EXPECT_TRUE(has(text, "# truth offset_ut=25,-35,40 field_ut=45 inclination_deg=60"));
         EXPECT_TRUE(has(text, "\ntime_ns,type,v0,v1,v2\n"));
         if (seed[0] == '2') EXPECT_NE(text, slurp(file("sim1.csv"))) << "two seeds, one session";
-        const auto first = run("replay " + session + " --json --out " + file("out1.csv"));
-        const auto second = run("replay " + session + " --json --out " + file("out2.csv"));
+        // Each replay keeps its offset in a parameter file of its own.
+        const std::string replay = "replay " + session + " --json";
+        const auto first = run(replay + " --out " + file("out1.csv") + " --param-file " + file("p1"));
+        const auto second = run(replay + " --out " + file("out2.csv") + " --param-file " + file("p2"));
         ASSERT_EQ(first.status, 0) << first.err;
         ASSERT_EQ(second.status, 0) << second.err;
         EXPECT_EQ(first.out, second.out);
@@ -175,6 +177,13 @@ TEST_F(CalhostTest, SimulatedSessionsCalibrateNearTheirTruthAndReplayIdentically
         EXPECT_EQ(j["out"]["orientation"].get<int>(), mag_in);
         // Covered and uncovered: the face-down spell and the pocket each make two changes.
         EXPECT_GE(j["out"].value("pocket", 0), 4) << first.out;
+        // The module keeps its offset as "%f:" three times.
+        ASSERT_GT(j["param_file"]["writes"].get<int>(), 0) << first.out;
+        char kept[128];
+        std::snprintf(kept, sizeof kept, "%f:%f:%f:", j["offset_ut"][0].get<double>(), j["offset_ut"][1].get<double>(),
+                      j["offset_ut"][2].get<double>());
+        EXPECT_EQ(slurp(file("p1")), kept);
+        EXPECT_EQ(j["param_file"]["content"].get<std::string>(), kept);
     }
 }
 
@@ -198,27 +207,11 @@ TEST_F(CalhostTest, TheRealRecordingCalibratesNearThePhonesOwnEstimate) {
     EXPECT_NEAR(j["offset_error_ut"].get<double>(), distance(j["offset_ut"], phone), 1e-9);
 }
 
-TEST_F(CalhostTest, TheParameterFileIsTheReplaysOwnAndKeepsTheOffset) {
-    const std::string session = file("sim.csv");
-    ASSERT_EQ(run("simulate -o " + session).status, 0);
-    EXPECT_TRUE(has(slurp(session), "# truth offset_ut=30,-20,50 field_ut=45 inclination_deg=60")) << "the defaults";
-    const std::string param = file("param.txt");
-    const auto r = run("replay " + session + " --json --param-file " + param);
-    ASSERT_EQ(r.status, 0) << r.err;
-    const auto j = r.json();
-    ASSERT_TRUE(j["offset_ut"].is_array()) << r.out;
-    ASSERT_GT(j["param_file"]["writes"].get<int>(), 0) << r.out;
-    // The module keeps its offset as "%f:" three times.
-    char expected[128];
-    std::snprintf(expected, sizeof expected, "%f:%f:%f:", j["offset_ut"][0].get<double>(),
-                  j["offset_ut"][1].get<double>(), j["offset_ut"][2].get<double>());
-    EXPECT_EQ(slurp(param), expected);
-    EXPECT_EQ(j["param_file"]["content"].get<std::string>(), expected);
-}
-
 TEST_F(CalhostTest, DemoSimulatesReplaysAndReports) {
     const auto r = run("demo --dir " + file("demo") + " --duration 30");
     ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(has(slurp(file("demo") + "/session.csv"), "# truth offset_ut=30,-20,50 field_ut=45 inclination_deg=60"))
+        << "the simulation's defaults";
     for (const char *name : {"session.csv", "outputs.csv", "report.html"}) {
         EXPECT_TRUE(std::filesystem::exists(file("demo") + "/" + name)) << name;
     }
