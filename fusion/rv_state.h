@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "calmodule/fusion.h"
-#include "platform/trimmed_mean.h"
+#include "filters/trimmed_mean.h"
 
 namespace quarvel {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "calmodule/magcal.h"
-#include "platform/trimmed_mean.h"
+#include "filters/trimmed_mean.h"
 
 namespace quarvel {
 

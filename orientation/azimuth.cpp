@@ -8,7 +8,7 @@
 
 #include "calmodule/orientation.h"
 #include "orientation/heading.h"
-#include "platform/trimmed_mean.h"
+#include "filters/trimmed_mean.h"
 
 namespace quarvel {
 

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "platform/trimmed_mean.h"
+#include "filters/trimmed_mean.h"
 
 namespace quarvel {
 

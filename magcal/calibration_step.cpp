@@ -1,4 +1,4 @@
-// Fusion: the per-sample step of the hard-iron calibration.
+// `Fusion`, the calibration step: what one scaled sample does to the hard-iron calibration.
 //
 // How its states move. Collecting: every admitted sample enters the twelve-slot
 // buffer. Fitting: the call that fills the buffer hands it to the sphere fit; an

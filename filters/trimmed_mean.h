@@ -6,8 +6,8 @@
 // Every use keeps its own channels. The ring starts as zeros, and those zeros take
 // part in the mean until overwritten, so the output ramps up over the first N - 2
 // samples.
-#ifndef CALMODULE_PLATFORM_TRIMMED_MEAN_H
-#define CALMODULE_PLATFORM_TRIMMED_MEAN_H
+#ifndef CALMODULE_FILTERS_TRIMMED_MEAN_H
+#define CALMODULE_FILTERS_TRIMMED_MEAN_H
 
 #include <cstdint>
 
