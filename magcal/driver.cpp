@@ -11,11 +11,6 @@
 
 namespace {
 
-// Counts per µT differ by axis on this chip; each factor is one float multiply.
-constexpr float kScaleX = 1.5f;
-constexpr float kScaleY = 1.5f;
-constexpr float kScaleZ = 2.6f;
-
 // 0 until the parameter file has been consulted, then 1 for the library's life.
 int16_t first_read_done = 0;
 
@@ -28,7 +23,9 @@ CALMODULE_API int32_t qv730_run_library(float x, float y, float z) {
     int32_t new_offset_flag = 0;
     float stored[3] = {0.0f, 0.0f, 0.0f};
 
-    const float s[3] = {x * kScaleX, y * kScaleY, z * kScaleZ};
+    // The chip's µT per count differ by axis; each factor is one float multiply.
+    using calmodule::kChipScale;
+    const float s[3] = {x * kChipScale[0], y * kChipScale[1], z * kChipScale[2]};
     // A chip that has not produced a reading yet reports all zeros: not a sample.
     if (s[0] == 0.0f && s[1] == 0.0f && s[2] == 0.0f) return -15;
 

@@ -9,9 +9,6 @@
 namespace quarvel {
 namespace {
 
-constexpr int32_t kTypeAccelerometer = 1;
-constexpr int32_t kTypeMagneticField = 2;
-
 // Below this length (2^-52, m/s²) the cached acceleration has no usable direction.
 constexpr float kShortestAcceleration = 0x1p-52f;
 
@@ -25,10 +22,10 @@ int orientation_convert(const sensors_event_t *in, sensors_event_t *out) {
     float mag[3] = {0.0f, 0.0f, 0.0f};
 
     int8_t status = -1;
-    if (in->type == kTypeMagneticField) {
+    if (in->type == CALMODULE_TYPE_MAGNETIC_FIELD) {
         for (int i = 0; i < 3; ++i) orient_last_mag[i] = in->data[i];
         status = in->vector.status;
-    } else if (in->type == kTypeAccelerometer) {
+    } else if (in->type == CALMODULE_TYPE_ACCELEROMETER) {
         for (int i = 0; i < 3; ++i) orient_last_acc[i] = in->data[i];
     }
 
@@ -48,7 +45,7 @@ int orientation_convert(const sensors_event_t *in, sensors_event_t *out) {
         for (int i = 0; i < 3; ++i) out->data[i] = angles[i];
         out->vector.status = status;
     }
-    return in->type == kTypeMagneticField ? 0 : -11;
+    return in->type == CALMODULE_TYPE_MAGNETIC_FIELD ? 0 : -11;
 }
 
 }  // namespace

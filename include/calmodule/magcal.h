@@ -119,4 +119,14 @@ CALMODULE_API void RCalibrationXYZ(float *v);
 
 CALMODULE_EXTERN_C_END
 
+#ifdef __cplusplus
+namespace calmodule {
+// µT per raw count of the chip, by axis (x, y, z): qv730_run_library multiplies each
+// raw sample by these, in single precision, before anything else. For C++ callers
+// that turn fields into raw samples or raw samples into fields; a compile-time
+// constant, not part of the library's exported symbols.
+inline constexpr float kChipScale[3] = {1.5f, 1.5f, 2.6f};
+}  // namespace calmodule
+#endif
+
 #endif

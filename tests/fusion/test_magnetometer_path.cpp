@@ -7,10 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "calmodule/magcal.h"
 #include "fusion/steady_device.h"
 #include "support/module_loader.h"
 #include "support/recording.h"
 #include "support/test_env.h"
+
+using calmodule::kChipScale;
 
 namespace {
 
@@ -34,7 +37,8 @@ struct Phone {
     }
     // A field in µT (magnetometer axes) plus a hard-iron offset, as counts.
     int magnetometer(const float f[3], const float offset[3]) const {
-        return raw_magnetometer((f[0] + offset[0]) / 1.5f, (f[1] + offset[1]) / 1.5f, (f[2] + offset[2]) / 2.6f);
+        return raw_magnetometer((f[0] + offset[0]) / kChipScale[0], (f[1] + offset[1]) / kChipScale[1],
+                                (f[2] + offset[2]) / kChipScale[2]);
     }
 };
 

@@ -12,11 +12,14 @@
 #include <string>
 #include <vector>
 
+#include "calmodule/magcal.h"
 #include "support/log_capture.h"
 #include "support/module_loader.h"
 #include "support/recording.h"
 #include "support/test_env.h"
 #include "tests/magcal/sphere_samples.h"
+
+using calmodule::kChipScale;
 
 namespace {
 
@@ -49,7 +52,7 @@ struct Module {
         return out;
     }
     // One field sample in µT, fed as counts of 1/1.5, 1/1.5 and 1/2.6 µT.
-    sensors_event_t feed(const Vec3 &f) const { return raw(make_event(kMag, f.x / 1.5f, f.y / 1.5f, f.z / 2.6f)); }
+    sensors_event_t feed(const Vec3 &f) const { return raw(make_event(kMag, f.x / kChipScale[0], f.y / kChipScale[1], f.z / kChipScale[2])); }
 };
 
 // A file that cannot be written (its folder missing, or a folder in its place) and bad

@@ -13,7 +13,7 @@
 namespace {
 
 using testsupport::make_event;
-constexpr int kPocket = 0x10001, kLight = 5, kProximity = 8, kEnable = -1, kCommand = -2;
+constexpr int kPocket = CALMODULE_TYPE_POCKET, kLight = CALMODULE_TYPE_LIGHT, kProximity = CALMODULE_TYPE_PROXIMITY, kEnable = -1, kCommand = -2;
 constexpr int kDebug = 3, kError = 6;
 const float kNan = NAN, kInf = INFINITY;
 

@@ -88,9 +88,9 @@ TEST(Tilt, SoftGyroNamesAreTheSameFunctionsNotCopies) {
     }
 }
 
-constexpr int kAccelerometer = 1;
-constexpr int kMagneticField = 2;
-constexpr int kLight = 5;
+constexpr int kAccelerometer = CALMODULE_TYPE_ACCELEROMETER;
+constexpr int kMagneticField = CALMODULE_TYPE_MAGNETIC_FIELD;
+constexpr int kLight = CALMODULE_TYPE_LIGHT;
 
 class OrientationAlgorithm : public ::testing::Test {
 protected:

@@ -12,16 +12,18 @@
 #include "support/test_env.h"
 #include "tests/magcal/sphere_samples.h"
 
+using calmodule::kChipScale;
+
 namespace {
 
 using magcal_test::Vec3;
 using testsupport::make_event;
 
-constexpr int kAccelerometer = 1;
-constexpr int kMagneticField = 2;
+constexpr int kAccelerometer = CALMODULE_TYPE_ACCELEROMETER;
+constexpr int kMagneticField = CALMODULE_TYPE_MAGNETIC_FIELD;
 
 // A field in µT as the chip reports it (counts).
-sensors_event_t field_event(const Vec3 &f) { return make_event(kMagneticField, f.x / 1.5f, f.y / 1.5f, f.z / 2.6f); }
+sensors_event_t field_event(const Vec3 &f) { return make_event(kMagneticField, f.x / kChipScale[0], f.y / kChipScale[1], f.z / kChipScale[2]); }
 
 void through(const cal_algo_methods &algorithm, const sensors_event_t &e) {
     sensors_event_t out = e;

@@ -12,6 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "calmodule/magcal.h"
 #include "module_host.h"
 #include "session.h"
 
@@ -40,7 +41,7 @@ std::string type_name(int type);
 
 // The scale the magnetometer chip's driver applies to raw counts, giving µT; the
 // module applies the same factors (single precision) before calibrating.
-inline constexpr float kMagScale[3] = {1.5f, 1.5f, 2.6f};
+inline constexpr const float (&kMagScale)[3] = calmodule::kChipScale;
 
 struct OutputEvent {
     std::int64_t time_ns = 0;

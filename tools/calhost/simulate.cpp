@@ -7,13 +7,15 @@
 
 #include <fmt/format.h>
 
+#include "calmodule/magcal.h"
+
 namespace calhost {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kDeg = kPi / 180.0;
 constexpr double kGravity = 9.80665;  // m/s²
-constexpr double kChipScale[3] = {1.5, 1.5, 2.6};  // µT per raw count
+using calmodule::kChipScale;  // µT per raw count
 
 struct Vec {
     double x = 0, y = 0, z = 0;
