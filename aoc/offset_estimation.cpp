@@ -33,58 +33,54 @@ akfs_vec cross(const akfs_vec &d, const akfs_vec &e) {
 // A magnitude that is large enough to divide by; a non-number is not.
 bool usable_pivot(float v) { return std::fabs(v) >= kAkfsEpsilon; }
 
-// Picks P2, P3, P4 among entries 1..n-1 of the history (P1 is entry 0). A candidate
-// replaces the current choice only with a strictly greater score, so the first of
-// equal candidates wins and a non-number never wins. false when any of the three
-// finds no candidate scoring above 0: the samples are degenerate.
-bool choose_points(const akfs_vec *h, int n, akfs_vec p[4]) {
-    p[0] = h[0];
-
-    // P2: farthest from P1.
+// Index of the entry among 1..n-1 of the history that scores highest, or -1 when
+// none scores above 0. A candidate replaces the current choice only with a strictly
+// greater score, so the first of equal candidates wins and a non-number never wins.
+template <typename Score>
+int best_of_history(int n, Score score_of) {
     int best = -1;
     float score = 0.0f;
     for (int i = 1; i < n; ++i) {
-        const float s = aoc_distance(h[i], p[0]);
+        const float s = score_of(i);
         if (s > score) {
             score = s;
             best = i;
         }
     }
+    return best;
+}
+
+// Picks P2, P3, P4 among entries 1..n-1 of the history (P1 is entry 0). false when
+// any of the three finds no candidate scoring above 0: the samples are degenerate.
+bool choose_points(const akfs_vec *h, int n, akfs_vec p[4]) {
+    p[0] = h[0];
+
+    // P2: farthest from P1.
+    int best = best_of_history(n, [&](int i) { return aoc_distance(h[i], p[0]); });
     if (best < 0) return false;
     p[1] = h[best];
     const akfs_vec d = sub(p[1], p[0]);
 
     // P3: farthest from the line P1-P2 (largest squared cross product).
-    best = -1;
-    score = 0.0f;
-    for (int i = 1; i < n; ++i) {
+    best = best_of_history(n, [&](int i) {
         const akfs_vec c = cross(d, sub(h[i], p[0]));
         float s = c.y * c.y;
         s += c.x * c.x;
         s += c.z * c.z;
-        if (s > score) {
-            score = s;
-            best = i;
-        }
-    }
+        return s;
+    });
     if (best < 0) return false;
     p[2] = h[best];
     const akfs_vec normal = cross(d, sub(p[2], p[0]));
 
     // P4: farthest from the plane through P1, P2, P3.
-    best = -1;
-    score = 0.0f;
-    for (int i = 1; i < n; ++i) {
+    best = best_of_history(n, [&](int i) {
         const akfs_vec e = sub(h[i], p[0]);
         float dot = normal.y * e.y;
         dot += normal.x * e.x;
         dot += normal.z * e.z;
-        const float s = std::fabs(dot);
-        if (s > score) {
-            score = s;
-            best = i;
-        }
-    }
+        return std::fabs(dot);
+    });
     if (best < 0) return false;
     p[3] = h[best];
     return true;
