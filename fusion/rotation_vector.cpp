@@ -41,8 +41,7 @@ using quarvel::BlendWeights;
 constexpr int32_t kMinPeriod = 1;     // accepted sampling periods, inclusive
 constexpr int32_t kMaxPeriod = 1000;
 constexpr float kOneG = 9.8f;         // m/s^2 per g for the accelerometer direction
-constexpr float kLowPassNew = 0.2f;   // weight of the new smoothed sample
-constexpr float kLowPassOld = 0.8f;   // weight of the low-pass state
+constexpr quarvel::LowPassWeights kInputLowPass = {0.2f, 0.8f};  // new sample, state
 constexpr float kDescentStep = 0.02f; // quaternion distance per gradient step
 constexpr float kHalfTurn = 3.1416f;  // this family's pi, radians
 
@@ -160,18 +159,8 @@ CALMODULE_API void get_rv_value(const float acc[3], const int32_t *period, float
     mag_calibration_func(m);
 
     // 7. Low-pass, seeded by the first smoothed sample.
-    if (rv_low_pass.seeded == 0) {
-        for (int i = 0; i < 3; ++i) {
-            rv_low_pass.acc[i] = a[i];
-            rv_low_pass.mag[i] = m[i];
-        }
-        rv_low_pass.seeded = 1;
-    } else {
-        for (int i = 0; i < 3; ++i) {
-            a[i] = rv_low_pass.acc[i] = kLowPassNew * a[i] + kLowPassOld * rv_low_pass.acc[i];
-            m[i] = rv_low_pass.mag[i] = kLowPassNew * m[i] + kLowPassOld * rv_low_pass.mag[i];
-        }
-    }
+    rv_low_pass.acc.filter(a, kInputLowPass);
+    rv_low_pass.mag.filter(m, kInputLowPass);
 
     // 8.-9. Refine the previous attitude.
     GradientDescent(a, m, update_Q, kDescentStep, q);

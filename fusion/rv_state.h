@@ -7,29 +7,21 @@
 #include <cstdint>
 
 #include "calmodule/fusion.h"
-#include "filters/trimmed_mean.h"
+#include "filters/low_pass.h"
+#include "filters/trimmed_mean_vector.h"
 
 namespace quarvel {
 
-// Ten-sample trimmed mean of a three-axis vector, one channel per axis.
-struct VectorTrimmedMean {
-    TrimmedMeanChannel<10> axis[3];
+// The input smoothing of acc_calibration_func and mag_calibration_func: ten-sample
+// trimmed means per axis.
+extern TrimmedMeanVector<10, 3> rv_acc_smoothing;
+extern TrimmedMeanVector<10, 3> rv_mag_smoothing;
 
-    // Pushes v and overwrites it with the filtered vector.
-    void filter(float v[3]) {
-        for (int i = 0; i < 3; ++i) v[i] = axis[i].push(v[i]);
-    }
-};
-
-// The input smoothing of acc_calibration_func and mag_calibration_func.
-extern VectorTrimmedMean rv_acc_smoothing;
-extern VectorTrimmedMean rv_mag_smoothing;
-
-// First-order low-pass after the smoothing, seeded by its first sample.
+// First-order low-pass after the smoothing, one per input, seeded by its first
+// sample. Both are always fed together.
 struct RvLowPass {
-    int32_t seeded = 0;
-    float acc[3] = {0.0f, 0.0f, 0.0f};
-    float mag[3] = {0.0f, 0.0f, 0.0f};
+    SeededLowPass<3> acc;
+    SeededLowPass<3> mag;
 };
 extern RvLowPass rv_low_pass;
 

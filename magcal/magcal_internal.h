@@ -5,14 +5,14 @@
 #include <cstdint>
 
 #include "calmodule/magcal.h"
-#include "filters/trimmed_mean.h"
+#include "filters/low_pass.h"
+#include "filters/trimmed_mean_vector.h"
 
 namespace quarvel {
 
-// Output filter state: one ten-sample ring per axis, then the low-pass memory.
-extern TrimmedMeanChannel<10> mag_ring_x, mag_ring_y, mag_ring_z;
-extern int32_t mag_lpf_seeded;
-extern float mag_lpf_prev[3];
+// Output filter state: one ten-sample ring per axis, then the low-pass.
+extern TrimmedMeanVector<10, 3> mag_rings;
+extern SeededLowPass<3> mag_low_pass;
 
 // Empties the sample buffer: no samples, not handed to the fit, every slot (0, 0, 0).
 inline void empty_dots(magcal_record *record) {

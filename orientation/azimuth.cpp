@@ -7,28 +7,21 @@
 #include <cmath>
 
 #include "calmodule/orientation.h"
-#include "orientation/heading.h"
-#include "filters/trimmed_mean.h"
+#include "filters/trimmed_mean_vector.h"
+#include "orientation/compass.h"
+#include "orientation/orientation_internal.h"
 
 namespace quarvel {
 
-HeadingLowPass az_lp;
+SeededLowPass<2> az_lp;
 
 namespace {
 
-using Channel = TrimmedMeanChannel<8>;  // mean of the middle four of eight samples
-
-Channel two_channels[2];
-Channel three_channels[3];
-Channel xy_channels[2];
-Channel xyz_channels[3];
-
-template <int C>
-void smooth_in_place(Channel (&channels)[C], float *v) {
-    for (int i = 0; i < C; ++i) v[i] = channels[i].push(v[i]);
-}
-
-constexpr double kDegreesPerRadian = 180.0 / 3.1415926;  // 57.295780490442965
+// Mean of the middle four of eight samples, per axis.
+TrimmedMeanVector<8, 2> two_channels;
+TrimmedMeanVector<8, 3> three_channels;
+TrimmedMeanVector<8, 2> xy_channels;
+TrimmedMeanVector<8, 3> xyz_channels;
 
 }  // namespace
 
@@ -57,14 +50,12 @@ void azimuth_heading_degrees(float X, float Y, float *out) {
 
 }  // namespace quarvel
 
-using quarvel::smooth_in_place;
-
 extern "C" {
 
-CALMODULE_API void CalibrationTwo(float v[2]) { smooth_in_place(quarvel::two_channels, v); }
-CALMODULE_API void CalibrationThree(float v[3]) { smooth_in_place(quarvel::three_channels, v); }
-CALMODULE_API void CalibrationXY(float v[2]) { smooth_in_place(quarvel::xy_channels, v); }
-CALMODULE_API void CalibrationXYZ(float v[3]) { smooth_in_place(quarvel::xyz_channels, v); }
+CALMODULE_API void CalibrationTwo(float v[2]) { quarvel::two_channels.filter(v); }
+CALMODULE_API void CalibrationThree(float v[3]) { quarvel::three_channels.filter(v); }
+CALMODULE_API void CalibrationXY(float v[2]) { quarvel::xy_channels.filter(v); }
+CALMODULE_API void CalibrationXYZ(float v[3]) { quarvel::xyz_channels.filter(v); }
 
 CALMODULE_API void GetAzimuth(const float acc[3], float mag[3], float *out) {
     // 1. Tilt of the remapped accelerometer: p is the direction of (x, z), r the
@@ -90,10 +81,10 @@ CALMODULE_API void GetAzimuth(const float acc[3], float mag[3], float *out) {
 
     // 5.-6. Trimmed mean, then the 0.8/0.2 low-pass.
     CalibrationTwo(horizontal);
-    quarvel::az_lp.update(horizontal[0], horizontal[1]);
+    quarvel::az_lp.filter(horizontal, quarvel::kHeadingSmoothing);
 
     // 7. Heading of the low-passed pair.
-    quarvel::azimuth_heading_degrees(quarvel::az_lp.x, quarvel::az_lp.y, out);
+    quarvel::azimuth_heading_degrees(horizontal[0], horizontal[1], out);
 }
 
 }  // extern "C"

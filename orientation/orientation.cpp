@@ -29,7 +29,8 @@
 #include "calmodule/magcal.h"
 #include "calmodule/orientation.h"
 #include "magcal/calibration_state.h"
-#include "orientation/heading.h"
+#include "orientation/compass.h"
+#include "orientation/orientation_internal.h"
 
 extern "C" {
 
@@ -54,7 +55,6 @@ CALMODULE_API int32_t AccTrsfMatrix[9] = {-1, 0, 0, 0, -1, 0, 0, 0, 1};
 namespace quarvel {
 namespace {
 
-constexpr double kDegreesPerRadian = 180.0 / 3.1415926;  // 57.295780490442965
 constexpr float kStandardGravity = 9.8f;                 // m/s² taken as one g
 
 constexpr float kStillChange = 0.3f;     // m/s² per axis between calls

@@ -10,12 +10,12 @@
 
 #include "calmodule/softgyro.h"
 #include "magcal/calibration_state.h"
+#include "orientation/compass.h"
 #include "softgyro/softgyro_state.h"
 
 namespace quarvel {
 
-float rota_filter[3] = {0.0f, 0.0f, 0.0f};  // azimuth, pitch, roll
-int32_t rota_filter_flag = 0;
+SeededLowPass<3> rota_filter;  // azimuth, pitch, roll
 
 }  // namespace quarvel
 
@@ -32,11 +32,9 @@ namespace {
 constexpr int32_t kPeriodMin = 1;
 constexpr int32_t kPeriodMax = 1000;
 constexpr float kGravity = 9.8f;                      // m/s² per g
-constexpr double kDegreesPerRadian = 57.295780490442965;  // 180 / 3.1415926
 constexpr double kFullTurn = 360.0;
 constexpr float kGate = 35.0f;              // degrees; larger steps are not rotations
-constexpr float kFilterOld = 0.8f;
-constexpr float kFilterNew = 0.2f;
+constexpr quarvel::LowPassWeights kChangeSmoothing = {0.2f, 0.8f};
 constexpr float kTiltThreshold = 1.5f;      // degrees, pitch and roll
 constexpr float kAzimuthThreshold = 1.8f;   // degrees
 constexpr int16_t kQuietCalls = 3;
@@ -63,8 +61,7 @@ void write_zero(float result[3]) {
 extern "C" {
 
 CALMODULE_API void get_soft_gyro_value(const float acc[3], const int32_t *period, float result[3]) {
-    using quarvel::rota_filter;
-    using quarvel::rota_filter_flag;
+    using quarvel::kDegreesPerRadian;
 
     if (result == nullptr) return;
     // A missing period or vector is refused like a period out of range.
@@ -111,19 +108,11 @@ CALMODULE_API void get_soft_gyro_value(const float acc[3], const int32_t *period
                           std::fabs(d_azimuth) < kGate;
     if (accepted) {
         // First-order low-pass in single precision, seeded with the first change.
-        if (rota_filter_flag == 0) {
-            rota_filter[0] = d_azimuth;
-            rota_filter[1] = d_pitch;
-            rota_filter[2] = d_roll;
-            rota_filter_flag = 1;
-        } else {
-            rota_filter[0] = kFilterOld * rota_filter[0] + kFilterNew * d_azimuth;
-            rota_filter[1] = kFilterOld * rota_filter[1] + kFilterNew * d_pitch;
-            rota_filter[2] = kFilterOld * rota_filter[2] + kFilterNew * d_roll;
-        }
-        const float f_azimuth = rota_filter[0];
-        const float f_pitch = rota_filter[1];
-        const float f_roll = rota_filter[2];
+        float filtered[3] = {d_azimuth, d_pitch, d_roll};
+        quarvel::rota_filter.filter(filtered, kChangeSmoothing);
+        const float f_azimuth = filtered[0];
+        const float f_pitch = filtered[1];
+        const float f_roll = filtered[2];
 
         if (lock_temp < kLockCeiling) lock_temp = static_cast<int16_t>(lock_temp + 1);
 

@@ -5,18 +5,17 @@
 
 #include <cstdint>
 
-#include "filters/trimmed_mean.h"
+#include "filters/low_pass.h"
+#include "filters/trimmed_mean_vector.h"
 
 namespace quarvel {
 
 // Horizontal field smoothing of the soft-gyro heading, x and y channels.
-extern TrimmedMeanChannel<10> softgy_ring_x;
-extern TrimmedMeanChannel<10> softgy_ring_y;
+extern TrimmedMeanVector<10, 2> softgy_rings;
 
 // Low-pass filtered changes of azimuth, pitch and roll (degrees), in this order,
-// and whether the filter has been seeded (0 until the first accepted change).
-extern float rota_filter[3];
-extern int32_t rota_filter_flag;
+// seeded by the first accepted change.
+extern SeededLowPass<3> rota_filter;
 
 }  // namespace quarvel
 

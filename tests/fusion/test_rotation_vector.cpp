@@ -61,7 +61,7 @@ TEST(RotationVector, FirstAcceptedSampleOnlySeedsThePreviousOutput) {
     expect_bits(m_rvector, {0, 0, 0});
     EXPECT_EQ(q_l_flag, 1);
     EXPECT_EQ(RunRVFlag, 0);
-    EXPECT_EQ(quarvel::rv_low_pass.seeded, 1);
+    EXPECT_EQ(quarvel::rv_low_pass.acc.seeded, 1);
 }
 
 TEST(RotationVector, PeriodsOutsideOneToThousandChangeNothing) {
@@ -90,7 +90,7 @@ TEST(RotationVector, WhatEntersTheFilters) {
                 huge[3] = {INFINITY, 0.0f, -1e30f};
     float out[3];
     get_rv_value(zero, &kPeriod, out);
-    EXPECT_EQ(quarvel::rv_low_pass.seeded, 0);
+    EXPECT_EQ(quarvel::rv_low_pass.acc.seeded, 0);
     const float field[3] = {11.0f, -22.0f, 33.0f};
     std::memcpy(quarvel::cali_mag_values, field, sizeof field);
     for (const float *acc : {one_axis, tilted, huge}) get_rv_value(acc, &kPeriod, out);
@@ -268,7 +268,7 @@ TEST(RotationVectorBadInput, ABurstOfNaNSamplesLeavesTheEstimatorAtTheIdentity) 
     const float nan_acc[3] = {kNaN, 0.0f, 9.8f};
     float out[3], g[3];
     for (int i = 0; i < 5; ++i) get_rv_value(nan_acc, &kPeriod, out);
-    ASSERT_TRUE(std::isnan(quarvel::rv_low_pass.acc[0]));
+    ASSERT_TRUE(std::isnan(quarvel::rv_low_pass.acc.memory[0]));
     // THEN every later descent stops before its first step: the identity from then on
     run(d, 50);
     get_rv_value(d.acc, &kPeriod, out);

@@ -10,7 +10,8 @@
 #include "calmodule/magcal.h"
 #include "calmodule/orientation.h"
 #include "magcal/calibration_state.h"
-#include "orientation/heading.h"
+#include "orientation/compass.h"
+#include "orientation/orientation_internal.h"
 
 namespace {
 
@@ -115,13 +116,14 @@ TEST(Headings, AzimuthInDegreesAndOrientationHeadingInRadians) {
 }
 
 TEST(Headings, LowPassSeedsThenBlendsOneFifth) {
-    quarvel::HeadingLowPass lp;
-    lp.update(10.0f, -20.0f);
-    EXPECT_EQ(lp.x, 10.0f);
-    EXPECT_EQ(lp.y, -20.0f);
-    lp.update(20.0f, 0.0f);
-    EXPECT_EQ(lp.x, 12.0f);
-    EXPECT_EQ(lp.y, -16.0f);
+    quarvel::SeededLowPass<2> lp;
+    float first[2] = {10.0f, -20.0f}, second[2] = {20.0f, 0.0f};
+    lp.filter(first, quarvel::kHeadingSmoothing);
+    EXPECT_EQ(first[0], 10.0f);
+    EXPECT_EQ(first[1], -20.0f);
+    lp.filter(second, quarvel::kHeadingSmoothing);
+    EXPECT_EQ(second[0], 12.0f);
+    EXPECT_EQ(second[1], -16.0f);
 }
 
 TEST(Headings, GetAzimuthAndGetOrientationAnglesSmoothTheFieldInPlace) {

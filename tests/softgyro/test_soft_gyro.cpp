@@ -35,8 +35,8 @@ void hold_field(float hx, float hy) {
 }
 // Filter seeded at zero, no recent large change, a snapshot just taken, estimate g held.
 void quiet_state(Vec snapshot, Vec g = {0, 0, 0}) {
-    rota_filter[0] = rota_filter[1] = rota_filter[2] = 0.0f;
-    quarvel::rota_filter_flag = 1;
+    rota_filter.memory[0] = rota_filter.memory[1] = rota_filter.memory[2] = 0.0f;
+    quarvel::rota_filter.seeded = 1;
     lock_temp = 10;
     or_flag = 0;
     std::copy(g.begin(), g.end(), gyro_values_static);
@@ -114,7 +114,7 @@ TEST(SoftGyro, FromLoadTheFirstCallsAreGatedUntilARealSnapshot) {
     // 90 is far from the load-time snapshot of 0; the third call takes a real one
     for (int i = 1; i <= 3; ++i) {
         EXPECT_EQ(call(kFlat), (Vec{0, 0, 0})) << i;
-        EXPECT_EQ(quarvel::rota_filter_flag, 0);
+        EXPECT_EQ(quarvel::rota_filter.seeded, 0);
         EXPECT_EQ(or_flag, i % 3);
         EXPECT_EQ((Vec{old_rota[0], old_rota[1], old_rota[2]}), (Vec{i < 3 ? 0.0f : kAzMinusX, 0, 0}));
     }
@@ -126,8 +126,8 @@ TEST(SoftGyro, SeedingCallTakesTheRawChangesAndRollWinsFirst) {
     old_rota[0] = kAzMinusX + 5.0f;  // older minus newer: 5 in azimuth, 2 in roll
     old_rota[2] = 2.0f;
     EXPECT_EQ(call(kFlat), (Vec{0, 2, 0}));
-    EXPECT_EQ(quarvel::rota_filter_flag, 1);
-    EXPECT_EQ(rota_filter[0], 5.0f);
+    EXPECT_EQ(quarvel::rota_filter.seeded, 1);
+    EXPECT_EQ(rota_filter.memory[0], 5.0f);
 }
 
 TEST(SoftGyro, LargeChangesAloneAndTheGateAt35Degrees) {
@@ -162,7 +162,7 @@ TEST(SoftGyro, AfterALargeChangeTwoHeldCallsThenSmallChangesOnAllAxes) {
     for (int i = 1; i <= 3; ++i) {
         std::copy_n(Vec{kAzMinusX + 0.1f, 0.1f, 0.1f}.begin(), 3, old_rota);
         const Vec r = call(kFlat);
-        EXPECT_EQ(r, i < 3 ? large : (Vec{rota_filter[1], rota_filter[2], rota_filter[0]})) << i;
+        EXPECT_EQ(r, i < 3 ? large : (Vec{rota_filter.memory[1], rota_filter.memory[2], rota_filter.memory[0]})) << i;
     }
     EXPECT_TRUE(held()[0] > 0.0f && held()[1] > 0.0f && held()[2] < 1.8f);
     EXPECT_EQ(lock_temp, 3);
