@@ -252,8 +252,9 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
     remap(MagTrsfMatrix, mag, mag_remapped);
     remap(AccTrsfMatrix, scaled, acc_remapped);
 
-    // 11. Holding: repeat the last output.
-    if (run_o == 1) {
+    // 11. Tracking computes fresh angles; Holding skips this and repeats the last
+    //     output.
+    if (state.run_o == 1) {
         // 12. Reference heading R in degrees; stays 0 when GetAzimuth has none.
         float R = 0.0f;
         GetAzimuth(acc_remapped, mag_remapped, &R);
