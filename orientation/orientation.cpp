@@ -99,7 +99,7 @@ bool all_zero(const float *v) { return v[0] == 0.0f && v[1] == 0.0f && v[2] == 0
 
 // Field change against the frozen reference on one axis, recomputed from the
 // current `mag` at each band.
-float jump(const float *mag, int axis) { return fabsf(mag[axis] - old_mag[axis]); }
+float jump(const float *mag, const float *reference, int axis) { return fabsf(mag[axis] - reference[axis]); }
 
 // Row-major integer remap; each row summed in single precision from 0.
 void remap(const int32_t *m, const float *v, float *r) {
@@ -110,93 +110,99 @@ void remap(const int32_t *m, const float *v, float *r) {
     }
 }
 
+}  // namespace
+
+SupervisionState exported_supervision() {
+    return {old_acc, old_mag, run_o, run_ret, noise_mag, noise_mag_flag, noise_mag_fflag,
+            noise_flag_t, cali_ret, noise_mag_delta};
+}
+
 // Steps 2 to 7 of a call: stillness, and the field supervision while Holding.
-void supervise(float *mag, const float *acc) {
+void supervise(const SupervisionState &s, float *mag, const float *acc) {
     // Stillness.
-    const bool still = fabsf(acc[0] - old_acc[0]) < kStillChange &&
-                       fabsf(acc[1] - old_acc[1]) < kStillChange &&
-                       fabsf(acc[2] - old_acc[2]) < kStillChange;
+    const bool still = fabsf(acc[0] - s.old_acc[0]) < kStillChange &&
+                       fabsf(acc[1] - s.old_acc[1]) < kStillChange &&
+                       fabsf(acc[2] - s.old_acc[2]) < kStillChange;
     if (still) {
-        if (run_ret < kStillCountLimit) ++run_ret;
-        if (run_ret >= kStillCallsToHold) run_o = 0;
+        if (s.run_ret < kStillCountLimit) ++s.run_ret;
+        if (s.run_ret >= kStillCallsToHold) s.run_o = 0;
     } else {
-        run_ret = 0;
-        noise_flag_t = 0;
-        noise_mag = 0;
-        noise_mag_flag = 0;
-        cali_ret = 0;
-        run_o = 1;
+        s.run_ret = 0;
+        s.noise_flag_t = 0;
+        s.noise_mag = 0;
+        s.noise_mag_flag = 0;
+        s.cali_ret = 0;
+        s.run_o = 1;
     }
 
     // Jump bands against the frozen reference, only while Holding.
-    if (run_o == 0) {
+    if (s.run_o == 0) {
         bool small = false;
         for (int i = 0; i < 3; ++i) {
-            const float d = jump(mag, i);
+            const float d = jump(mag, s.old_mag, i);
             small = small || (kSmallJump < d && d < kMediumJump);
         }
         if (small) {
-            ++noise_mag;
-            noise_flag_t = 1;
+            ++s.noise_mag;
+            s.noise_flag_t = 1;
         } else {
             // The field is back where it was: forget the disturbance and carry on
             // with the reference itself (every later band then sees no change).
-            noise_mag = 0;
-            noise_mag_flag = 0;
-            cali_ret = 0;
-            for (int i = 0; i < 3; ++i) mag[i] = old_mag[i];
+            s.noise_mag = 0;
+            s.noise_mag_flag = 0;
+            s.cali_ret = 0;
+            for (int i = 0; i < 3; ++i) mag[i] = s.old_mag[i];
         }
 
         bool medium = false;
         for (int i = 0; i < 3; ++i) {
-            const float d = jump(mag, i);
+            const float d = jump(mag, s.old_mag, i);
             medium = medium || (kMediumJump <= d && d < kLargeJump);
         }
         if (medium) {
-            ++noise_mag_flag;
-            noise_flag_t = 1;
+            ++s.noise_mag_flag;
+            s.noise_flag_t = 1;
         }
 
         // On x the band bounds are inclusive below; on y and z exclusive.
-        const float dx = jump(mag, 0);
-        const float dy = jump(mag, 1);
-        const float dz = jump(mag, 2);
+        const float dx = jump(mag, s.old_mag, 0);
+        const float dy = jump(mag, s.old_mag, 1);
+        const float dz = jump(mag, s.old_mag, 2);
         const bool large = (kLargeJump <= dx && dx < kHugeJump) ||
                            (kLargeJump < dy && dy < kHugeJump) ||
                            (kLargeJump < dz && dz < kHugeJump);
         if (large) {
-            ++noise_mag_fflag;
-            noise_flag_t = 1;
+            ++s.noise_mag_fflag;
+            s.noise_flag_t = 1;
         }
 
-        if (jump(mag, 0) >= kHugeJump || jump(mag, 1) > kHugeJump || jump(mag, 2) > kHugeJump) {
-            noise_flag_t = 1;
-            cali_ret = 1;
+        if (jump(mag, s.old_mag, 0) >= kHugeJump || jump(mag, s.old_mag, 1) > kHugeJump ||
+            jump(mag, s.old_mag, 2) > kHugeJump) {
+            s.noise_flag_t = 1;
+            s.cali_ret = 1;
         }
     }
 
-    if (noise_mag_fflag > kLargeJumpCalls) {
-        noise_mag_fflag = 0;
-        cali_ret = 1;
+    if (s.noise_mag_fflag > kLargeJumpCalls) {
+        s.noise_mag_fflag = 0;
+        s.cali_ret = 1;
     }
-    if (noise_mag_flag >= kMediumJumpCalls) {
-        noise_mag_flag = 0;
-        cali_ret = 1;
+    if (s.noise_mag_flag >= kMediumJumpCalls) {
+        s.noise_mag_flag = 0;
+        s.cali_ret = 1;
     }
 
     // Half of the disturbance, for the calibration to take off its output.
-    if (run_o == 0 && noise_flag_t == 1 && fabsf(mag[0]) < kDeltaFieldLimit &&
+    if (s.run_o == 0 && s.noise_flag_t == 1 && fabsf(mag[0]) < kDeltaFieldLimit &&
         fabsf(mag[1]) < kDeltaFieldLimit && fabsf(mag[2]) < kDeltaFieldLimit) {
-        for (int i = 0; i < 3; ++i) noise_mag_delta[i] = (mag[i] - old_mag[i]) * 0.5f;
+        for (int i = 0; i < 3; ++i) s.noise_mag_delta[i] = (mag[i] - s.old_mag[i]) * 0.5f;
     }
 
-    if (noise_mag >= kSmallJumpCalls) {
-        noise_mag = 0;
-        cali_ret = 1;
+    if (s.noise_mag >= kSmallJumpCalls) {
+        s.noise_mag = 0;
+        s.cali_ret = 1;
     }
 }
-
-}  // namespace
 
 float apply_correction_table(float A) {
     for (const AzimuthCorrection &row : kCorrections) {
@@ -227,7 +233,8 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
     if (all_zero(mag)) return;
 
     // 2.-7. Stillness, Holding and the field supervision.
-    supervise(mag, acc);
+    const SupervisionState state = exported_supervision();
+    supervise(state, mag, acc);
 
     // 8.-9. Gravity in g, clamped to one g per axis, and the sampling permission.
     // In single precision, as the rotation vector and the soft gyroscope convert the
@@ -292,8 +299,8 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
 
     // 19. Output and history.
     for (int i = 0; i < 3; ++i) out[i] = o_values[i];
-    for (int i = 0; i < 3; ++i) old_acc[i] = acc[i];
-    if (run_o == 1) {
-        for (int i = 0; i < 3; ++i) old_mag[i] = mag[i];
+    for (int i = 0; i < 3; ++i) state.old_acc[i] = acc[i];
+    if (state.run_o == 1) {
+        for (int i = 0; i < 3; ++i) state.old_mag[i] = mag[i];
     }
 }

@@ -1,8 +1,10 @@
 // What the orientation family's files share without exporting it: the heading
-// low-pass states, the azimuth heading convention, and the azimuth correction of the
-// orientation computation. Internal to the module.
+// low-pass states, the azimuth heading convention, and the orientation computation's
+// supervision and azimuth correction. Internal to the module.
 #ifndef CALMODULE_ORIENTATION_INTERNAL_H
 #define CALMODULE_ORIENTATION_INTERNAL_H
+
+#include <cstdint>
 
 #include "filters/low_pass.h"
 
@@ -18,6 +20,30 @@ extern SeededLowPass<2> ori_lp;
 // Compass heading in degrees, 0 to 360, of the smoothed pair (X, Y) measured from +X
 // towards -Y. Leaves *out untouched for (0, 0) and for X > 0, Y = 0.
 void azimuth_heading_degrees(float X, float Y, float *out);
+
+// Everything the stillness and disturbance supervision reads and writes. The
+// orientation computation binds it to the exported globals of the same names (and
+// to the calibration's cali_ret and noise_mag_delta); a test can bind it to storage
+// of its own.
+struct SupervisionState {
+    float (&old_acc)[3];          // acceleration of the previous call, m/s²
+    float (&old_mag)[3];          // field reference, frozen while Holding, µT
+    int16_t &run_o;               // 1 Tracking, 0 Holding
+    int16_t &run_ret;             // still calls in a row, up to 100
+    int16_t &noise_mag;           // calls with a small-band jump
+    int16_t &noise_mag_flag;      // calls with a medium-band jump
+    int16_t &noise_mag_fflag;     // calls with a large-band jump
+    int16_t &noise_flag_t;        // 1 once a band fired, until the device moves
+    int16_t &cali_ret;            // 1 asks the calibration to restart
+    float (&noise_mag_delta)[3];  // half of the latest small jump, µT
+};
+
+// The state of the orientation computation itself.
+SupervisionState exported_supervision();
+
+// One call's stillness test and, while Holding, the field supervision against the
+// frozen reference. May replace mag by the reference (the field is back).
+void supervise(const SupervisionState &s, float *mag, const float *acc);
 
 // The orientation computation's fixed correction of azimuth A (degrees) inside the
 // table's open intervals; A unchanged elsewhere.

@@ -245,6 +245,30 @@ TEST(HeadingCorrection, NearNorthShiftsAndAveragingWithTheReference) {
 
 // ---- Tracking and Holding ----------------------------------------------------------------
 
+// The supervision on storage of its own, one call per row: the fortieth still call
+// holds and a small jump is counted with half of it kept; a huge jump beside a small
+// one requests a restart; movement releases and clears. The module's state stays as
+// loaded.
+TEST(SupervisionState, RunsOnBoundStorageOnly) {
+    float old_acc[3] = {0, 0, 9.8f}, old_mag[3] = {20, 0, -40}, delta[3] = {};
+    int16_t run_o = 1, run_ret = 39, small = 0, medium = 0, large = 0, fired = 0, restart = 0;
+    const quarvel::SupervisionState s{old_acc, old_mag, run_o, run_ret, small, medium, large, fired, restart, delta};
+    struct Row { float acc_z, mag_x, mag_y; int16_t run_o, run_ret, small, fired, restart; float delta_x; };
+    const Row rows[] = {{9.8f, 30, 0, 0, 40, 1, 1, 0, 5},
+                        {9.8f, 2520, 10, 0, 41, 2, 1, 1, 5},
+                        {9.5f, 20, 0, 1, 0, 0, 0, 0, 5}};
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.mag_x);
+        float mag[3] = {r.mag_x, r.mag_y, -40}, acc[3] = {0, 0, r.acc_z};
+        quarvel::supervise(s, mag, acc);
+        using Counts = std::array<int16_t, 5>;
+        EXPECT_EQ((Counts{run_o, run_ret, small, fired, restart}), (Counts{r.run_o, r.run_ret, r.small, r.fired, r.restart}));
+        EXPECT_EQ(delta[0], r.delta_x);
+    }
+    EXPECT_EQ(::run_ret + ::noise_mag + ::noise_flag_t + cali_ret, 0);
+    EXPECT_EQ(::run_o, 1);
+}
+
 TEST(Stillness, FortiethStillCallHoldsTheOutputAndTheCountSaturates) {
     const Reading r = device(90.0);
     float out[3];
