@@ -14,6 +14,26 @@ namespace quarvel {
 extern TrimmedMeanVector<10, 3> mag_rings;
 extern SeededLowPass<3> mag_low_pass;
 
+// Everything the calibration step reads and writes besides its arguments. Fusion
+// binds it to the exported globals of the same names; a test can bind it to storage
+// of its own.
+struct CalibrationStepState {
+    magcal_record &record;        // Msensor: held fits and the sample buffer
+    float (&latest_offset)[3];    // LatestOffset: subtracted while optimal_flag is 0, µT
+    float (&optimal_offset)[3];   // OptimalOffset: subtracted while optimal_flag is 1, µT
+    int32_t &optimal_flag;        // optimalFlag
+    int32_t &noise_count;         // noiseCount: implausible readings since the last clear
+    int16_t &l_noise_count;       // l_noiseCount: gross readings since the last clear
+};
+
+// The state of Fusion itself.
+CalibrationStepState exported_calibration_step();
+
+// Fusion's step on explicit state; the arguments and results are Fusion's.
+int32_t calibration_step(const CalibrationStepState &s, const float *mag, float *cali_mag_values,
+                         float *cali_offset, int32_t *cali_level, int32_t *new_offset_flag,
+                         const int16_t *cali_flag, const int16_t *cali_ret, float *noise_mag_delta);
+
 // Empties the sample buffer: no samples, not handed to the fit, every slot (0, 0, 0).
 inline void empty_dots(magcal_record *record) {
     record->dotsCount = 0;

@@ -13,6 +13,7 @@
 #include "calmodule/magcal.h"
 #include "calmodule/module.h"
 #include "magcal/calibration_state.h"
+#include "magcal/magcal_internal.h"
 #include "support/test_env.h"
 #include "tests/magcal/sphere_samples.h"
 
@@ -321,6 +322,36 @@ TEST(RestartRequest, RestartsOnEveryCallWhileSet) {
     cali_ret = 0;
     EXPECT_EQ(fusion(50, 0, 0).first, -3);
     EXPECT_EQ(Msensor.dotsCount, 1);
+}
+
+// The step on storage of its own: a restart clears the fits, the buffer, the counts
+// and the level, keeps the offsets, and the module's own state is never touched.
+TEST(CalibrationStepState, RestartsClearOnlyTheBoundState) {
+    struct Row { int16_t restart_request; int32_t noise; bool restarts; };
+    for (const Row &row : {Row{1, 0, true}, Row{0, 33, true}, Row{0, 32, false}}) {
+        SCOPED_TRACE(row.noise);
+        magcal_record record{};
+        record.fitCount = 3;
+        record.dotsCount = 5;
+        float latest[3] = {1, 2, 3}, optimal[3] = {7, 8, 9};
+        int32_t optimal_flag = 1, noise = row.noise, level = 3, new_offset = 1;
+        int16_t gross = 0;
+        const quarvel::CalibrationStepState s{record, latest, optimal, optimal_flag, noise, gross};
+        const float mag[3] = {11, 22, 33};
+        float delta[3] = {0.5f, 0.5f, 0.5f}, calibrated[3], offset[3] = {};
+        const int16_t no_sampling = 0;
+        EXPECT_EQ(quarvel::calibration_step(s, mag, calibrated, offset, &level, &new_offset, &no_sampling,
+                                            &row.restart_request, delta), -3);
+        expect3(calibrated, {3.5f, 13.5f, 23.5f});  // the optimal offset and the disturbance
+        EXPECT_EQ(record.fitCount == 0 && record.dotsCount == 0, row.restarts);
+        EXPECT_EQ(level, row.restarts ? 0 : 3);
+        EXPECT_EQ(optimal_flag, row.restarts ? 0 : 1);
+        EXPECT_EQ(noise, row.restarts ? 0 : 32);
+        expect3(latest, {1, 2, 3});
+    }
+    EXPECT_EQ(Msensor.fitCount, 0);
+    EXPECT_EQ(optimalFlag, 0);
+    EXPECT_EQ(noiseCount, 0);
 }
 
 TEST(OutputFilter, TenSampleTrimmedMeanPerAxisThenTheLowPassAndSpikesIgnored) {
