@@ -26,7 +26,7 @@ struct CalibrationStepState {
     int16_t &l_noise_count;       // l_noiseCount: gross readings since the last clear
 };
 
-// The state of Fusion itself.
+// The state Fusion steps on: the exported globals.
 CalibrationStepState exported_calibration_step();
 
 // Fusion's step on explicit state; the arguments and results are Fusion's.

@@ -38,7 +38,7 @@ struct SupervisionState {
     float (&noise_mag_delta)[3];  // half of the latest small jump, µT
 };
 
-// The state of the orientation computation itself.
+// The state get_oritation_values supervises with: the exported globals.
 SupervisionState exported_supervision();
 
 // One call's stillness test and, while Holding, the field supervision against the
