@@ -26,15 +26,16 @@ struct ReplayRun {
     ReplaySink *extra = nullptr;
 };
 
-// Replays a session; the output file appears only when the whole replay succeeded.
-// Throws SessionError, ModuleError (bad input) or OutputError (failed run).
+// replay: replays a session; the output file appears only when the whole replay
+// succeeded. Throws SessionError, ModuleError (bad input) or OutputError (failed run).
 ReplaySummary replay_session(const ReplayRun &run);
 
-// Prints the module's descriptor and algorithm table. Throws ModuleError.
-std::string describe_module(const std::string &path);
+// report: replays with the report's collector attached and writes the page, whole or
+// not at all.
+ReplaySummary replay_with_report(ReplayRun run, const std::string &html, const std::string &plotly);
 
-// Whether a progress bar may be drawn: stderr is a terminal.
-bool stderr_is_terminal();
+// info: the module's descriptor and algorithm table. Throws ModuleError.
+std::string describe_module(const std::string &path);
 
 }  // namespace calhost
 

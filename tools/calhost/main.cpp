@@ -18,6 +18,7 @@
 #include "commands.h"
 #include "output_file.h"
 #include "report.h"
+#include "progress.h"
 #include "simulate.h"
 
 using namespace calhost;
@@ -54,25 +55,6 @@ void print_summary(const ReplaySummary &s, bool json) {
         std::cout << s.to_text();
     }
     std::cout.flush();
-}
-
-void check_plotly(const std::string &path) {
-    if (::access(path.c_str(), R_OK) != 0) {
-        throw OutputError(fmt::format("the plotting library is missing: {} (run scripts/setup.sh, which installs it)",
-                                      path));
-    }
-}
-
-// Replays with the report's collector attached and writes the page, whole or not at all.
-ReplaySummary replay_with_report(ReplayRun run, const std::string &html, const std::string &plotly) {
-    check_plotly(plotly);
-    ReportCollector collector;
-    run.extra = &collector;
-    ReplaySummary summary = replay_session(run);
-    OutputFile page(html);
-    page.write(render_report(collector.data(summary), plotly));
-    page.commit();
-    return summary;
 }
 
 SimOptions parse_offset(SimOptions o, const std::string &offset) {

@@ -7,8 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 #include <fmt/format.h>
 
@@ -17,82 +15,10 @@
 #endif
 
 namespace calhost {
-namespace {
-
-// Sandbox state, read by the fopen interposers below. Plain statics: the module is
-// driven from one thread.
-int g_module_calls = 0;
-const std::string *g_redirect = nullptr;
-std::uint64_t g_writes = 0;
-
-using FopenFn = std::FILE *(*)(const char *, const char *);
-
-std::FILE *sandboxed_open(FopenFn real, const char *path, const char *mode) {
-    if (g_module_calls > 0 && g_redirect && path) {
-        if (mode && (mode[0] == 'w' || mode[0] == 'a' || std::strchr(mode, '+'))) ++g_writes;
-        path = g_redirect->c_str();
-    }
-    return real ? real(path, mode) : nullptr;
-}
-
-}  // namespace
-}  // namespace calhost
-
-// The module opens its parameter file with fopen. calhost is linked with its symbols
-// exported, so the dynamic linker binds the module's fopen to these definitions first;
-// outside a call into the module they hand straight on to the C library's.
-extern "C" std::FILE *fopen(const char *path, const char *mode) {
-    static const auto real = reinterpret_cast<calhost::FopenFn>(dlsym(RTLD_NEXT, "fopen"));
-    return calhost::sandboxed_open(real, path, mode);
-}
-
-extern "C" std::FILE *fopen64(const char *path, const char *mode) {
-    static const auto real = reinterpret_cast<calhost::FopenFn>(dlsym(RTLD_NEXT, "fopen64"));
-    return calhost::sandboxed_open(real, path, mode);
-}
-
-namespace calhost {
 
 const char *default_module_path() { return CALHOST_DEFAULT_MODULE; }
 
-ParamFileSandbox::ParamFileSandbox(const std::string &path) {
-    if (path.empty()) {
-        const char *tmp = std::getenv("TMPDIR");
-        std::string templ = fmt::format("{}/calhost.XXXXXX", (tmp && *tmp) ? tmp : "/tmp");
-        if (!::mkdtemp(templ.data())) {
-            throw std::runtime_error(fmt::format("cannot create a temporary folder in {}: {}",
-                                                 (tmp && *tmp) ? tmp : "/tmp", std::strerror(errno)));
-        }
-        temp_dir_ = templ;
-        path_ = temp_dir_ + "/param.txt";
-    } else {
-        path_ = path;
-    }
-    g_redirect = &path_;
-    g_writes = 0;
-}
-
-ParamFileSandbox::~ParamFileSandbox() {
-    g_redirect = nullptr;
-    if (!temp_dir_.empty()) {
-        std::remove(path_.c_str());
-        ::rmdir(temp_dir_.c_str());
-    }
-}
-
-std::uint64_t ParamFileSandbox::writes() const { return g_writes; }
-
-std::string ParamFileSandbox::content() const {
-    std::ifstream in(path_, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-ModuleCall::ModuleCall() { ++g_module_calls; }
-ModuleCall::~ModuleCall() { --g_module_calls; }
-
-Module::Module(const std::string &path) : path_(path) {
+Module::Module(const std::string &path, ParamFileSandbox &files) : path_(path), files_(files) {
     if (::access(path.c_str(), R_OK) != 0) {
         throw ModuleError(fmt::format("cannot load module {}: {}", path, std::strerror(errno)));
     }
@@ -121,7 +47,7 @@ Module::Module(const std::string &path) : path_(path) {
         throw refuse(fmt::format("its `scmi` announces {} algorithms", info_->number));
     }
     {
-        ModuleCall call;
+        ModuleCall call(&files_);
         info_->methods->init();
         if (info_->methods->get_algo_list(&algos_) != 0 || !algos_) {
             throw refuse("its get-algorithm-list method gave no table");
@@ -144,7 +70,7 @@ Module::Module(const std::string &path) : path_(path) {
 Module::~Module() {
     if (!handle_) return;
     if (info_->methods->deinit) {
-        ModuleCall call;
+        ModuleCall call(&files_);
         info_->methods->deinit();
     }
     dlclose(handle_);
@@ -158,30 +84,30 @@ const cal_algo *Module::algo_for(int type) const {
 }
 
 int Module::convert(const cal_algo *algo, const sensors_event_t &in, sensors_event_t *out) const {
-    ModuleCall call;
+    ModuleCall call(&files_);
     return algo->methods->convert(&in, out);
 }
 
 int Module::config(const cal_algo *algo, int cmd, std::int32_t enable, std::int32_t poll_rate) const {
     if (!algo->methods->config) return 0;
     cal_algo_args args{enable, poll_rate};
-    ModuleCall call;
+    ModuleCall call(&files_);
     return algo->methods->config(cmd, &args);
 }
 
 void Module::gravity(const float acc[3], std::int32_t period, float out[3]) const {
-    ModuleCall call;
+    ModuleCall call(&files_);
     gravity_(acc, &period, out);
 }
 
 void Module::soft_gyro(const float acc[3], std::int32_t period, float out[3]) const {
-    ModuleCall call;
+    ModuleCall call(&files_);
     soft_gyro_(acc, &period, out);
 }
 
 bool Module::magnetic_offset(float out[3]) const {
     if (!get_offset_) return false;
-    ModuleCall call;
+    ModuleCall call(&files_);
     get_offset_(out);
     return true;
 }
