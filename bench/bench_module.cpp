@@ -162,7 +162,6 @@ void BM_ReplaySessionFile(benchmark::State &state) {
     calhost::ReplayRun run;
     run.session = kRecording;
     run.module = calhost::default_module_path();
-    run.timing = false;
     std::uint64_t events = 0;
     for (auto _ : state) {
         const auto summary = calhost::replay_session(run);

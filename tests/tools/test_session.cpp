@@ -115,7 +115,7 @@ TEST_F(SessionFile, RefusesMalformedFilesNamingTheLine) {
         {"# only comments\n# here\n", 2, "holds only comments"},
         {"time_ns,type,x,y,z\n", 1, ""},
         {"time_ns,type,v0,v1\n1,1,0,0\n", 1, ""},
-        {wide + "\n", 1, "at most 16"},
+        {wide + "\n", 1, "up to v15"},
         {header + "1,1,0,0,0\n2,1,0,0\n", 3, "too few columns"},
         {header + "1,1,0,0,0,0\n", 2, "too many columns"},
         {header + "1,1,0,,0\n", 2, ""},

@@ -21,7 +21,6 @@ struct ReplayRun {
     std::string out_csv;     // empty: no output file
     std::string param_file;  // empty: a fresh, private one
     bool progress = false;   // a progress bar on stderr for replays over a second
-    bool timing = true;      // the time taken, on stderr
     std::optional<std::array<double, 3>> reference;  // an offset to compare with, µT
     ReplaySink *extra = nullptr;
 };

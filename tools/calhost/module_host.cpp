@@ -1,8 +1,11 @@
 #include "module_host.h"
 
 #include <dlfcn.h>
+#include <elf.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +18,50 @@
 #endif
 
 namespace calhost {
+namespace {
+
+// The bytes an ELF file's own headers say it holds: its program headers, its section
+// headers and every segment's file image.
+template <class Ehdr, class Phdr>
+std::uint64_t elf_extent(std::FILE *f, const unsigned char *ident) {
+    Ehdr eh;
+    std::memcpy(&eh, ident, sizeof eh);
+    std::uint64_t need = std::max<std::uint64_t>(eh.e_phoff + std::uint64_t{eh.e_phnum} * eh.e_phentsize,
+                                                 eh.e_shoff + std::uint64_t{eh.e_shnum} * eh.e_shentsize);
+    if (eh.e_phentsize != sizeof(Phdr)) return need;
+    for (unsigned i = 0; i < eh.e_phnum; ++i) {
+        Phdr ph;
+        if (std::fseek(f, static_cast<long>(eh.e_phoff + std::uint64_t{i} * sizeof ph), SEEK_SET) != 0 ||
+            std::fread(&ph, sizeof ph, 1, f) != 1) {
+            break;  // beyond the end: `need` already says so
+        }
+        if (ph.p_type == PT_LOAD) need = std::max<std::uint64_t>(need, ph.p_offset + std::uint64_t{ph.p_filesz});
+    }
+    return need;
+}
+
+// A file cut short (a copy interrupted, a full disk) maps fine, and the loader then dies
+// of SIGBUS touching the missing pages: measure it against its own headers first. Files
+// that are no ELF of this machine's class are left to dlopen, which says why.
+void refuse_truncated(const std::string &path) {
+    std::FILE *f = std::fopen(path.c_str(), "rb");
+    if (!f) return;
+    unsigned char ident[sizeof(Elf64_Ehdr)] = {};
+    struct stat st {};
+    std::uint64_t need = 0;
+    if (::fstat(::fileno(f), &st) == 0 && S_ISREG(st.st_mode) &&
+        std::fread(ident, 1, sizeof ident, f) >= sizeof(Elf32_Ehdr) && std::memcmp(ident, ELFMAG, SELFMAG) == 0) {
+        if (ident[EI_CLASS] == ELFCLASS64 && sizeof(void *) == 8) need = elf_extent<Elf64_Ehdr, Elf64_Phdr>(f, ident);
+        if (ident[EI_CLASS] == ELFCLASS32 && sizeof(void *) == 4) need = elf_extent<Elf32_Ehdr, Elf32_Phdr>(f, ident);
+    }
+    std::fclose(f);
+    if (need > static_cast<std::uint64_t>(st.st_size)) {
+        throw ModuleError(fmt::format("cannot load module {}: the file is cut short ({} bytes; its headers describe {})",
+                                      path, st.st_size, need));
+    }
+}
+
+}  // namespace
 
 const char *default_module_path() { return CALHOST_DEFAULT_MODULE; }
 
@@ -22,6 +69,7 @@ Module::Module(const std::string &path, ParamFileSandbox &files) : path_(path), 
     if (::access(path.c_str(), R_OK) != 0) {
         throw ModuleError(fmt::format("cannot load module {}: {}", path, std::strerror(errno)));
     }
+    refuse_truncated(path);
     // A path without a slash would make dlopen search the library path; the module is
     // named by its file, as a HAL names it.
     const std::string file = path.find('/') == std::string::npos ? "./" + path : path;

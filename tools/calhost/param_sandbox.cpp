@@ -1,6 +1,7 @@
 #include "param_sandbox.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,8 @@
 #include <stdexcept>
 
 #include <fmt/format.h>
+
+#include "errors.h"
 
 namespace calhost {
 
@@ -26,9 +29,16 @@ struct SandboxAccess {
         if (!real) return nullptr;
         ParamFileSandbox *box = g_active;
         if (!box || !path) return real(path, mode);
+        // A FIFO or a device would block or swallow the module's stored offset: the
+        // module finds no file, as on a new phone.
+        struct stat st {};
+        if (::stat(box->path_.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+            errno = EINVAL;
+            return nullptr;
+        }
         std::FILE *f = real(box->path_.c_str(), mode);
         const bool writing = mode && (mode[0] == 'w' || mode[0] == 'a' || std::strchr(mode, '+'));
-        if (writing) ++box->writes_;
+        if (f && writing) ++box->writes_;
         return f;
     }
 };
@@ -49,6 +59,18 @@ namespace calhost {
 
 ParamFileSandbox::ParamFileSandbox(const std::string &path) {
     if (!path.empty()) {
+        // Refused here, before the replay, rather than found out by the module in the
+        // middle of it.
+        struct stat st {};
+        if (::stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+            throw UsageError(fmt::format("--param-file {}: {}", path,
+                                         S_ISDIR(st.st_mode) ? "is a folder, not a file" : "is not a regular file"));
+        }
+        const std::size_t slash = path.rfind('/');
+        const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+        if (::stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+            throw UsageError(fmt::format("--param-file {}: the folder {} does not exist", path, folder));
+        }
         path_ = path;
         return;
     }

@@ -22,13 +22,15 @@ namespace calhost {
 class ParamFileSandbox {
 public:
     // An empty path: a private temporary folder, removed again by the destructor.
+    // Throws UsageError for a path that names a folder, a FIFO or a device, or lies in
+    // a folder that does not exist.
     explicit ParamFileSandbox(const std::string &path = {});
     ~ParamFileSandbox();
     ParamFileSandbox(const ParamFileSandbox &) = delete;
     ParamFileSandbox &operator=(const ParamFileSandbox &) = delete;
 
     const std::string &path() const { return path_; }
-    // How often the module opened the file for writing.
+    // How often the module opened the file for writing, and got it.
     std::uint64_t writes() const { return writes_; }
     // The file's current content ("" when absent).
     std::string content() const;

@@ -1,7 +1,6 @@
 // calhost replay and report: a session replayed through a freshly loaded module.
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <memory>
 
@@ -9,6 +8,7 @@
 
 #include "commands.h"
 #include "csv_sink.h"
+#include "module_log.h"
 #include "output_file.h"
 #include "progress.h"
 #include "report.h"
@@ -32,14 +32,19 @@ ReplaySummary replay_session(const ReplayRun &run) {
     Tee tee(csv.get(), run.extra);
     Replayer replayer(module, &tee);
     Progress progress(run.progress);
-    const auto started = std::chrono::steady_clock::now();
 
-    replayer.begin();
+    // The module's log records carry the session time; the enable at the start is
+    // stamped with the first row's.
     SessionRow row;
+    bool more = reader.next(row);
+    const std::int64_t first_ns = more ? row.time_ns : 0;
+    start_log_clock(first_ns);
+    replayer.begin();
     std::uint64_t n = 0;
-    while (reader.next(row)) {
+    for (; more; more = reader.next(row)) {
+        advance_log_clock(row.time_ns);
         replayer.feed(row);
-        progress.update(reader.bytes_read(), reader.file_size(), ++n);
+        progress.update(reader.bytes_read(), reader.file_size(), ++n, seconds_between(first_ns, row.time_ns));
     }
     progress.finish();
     ReplaySummary summary = replayer.end(reader);
@@ -50,11 +55,8 @@ ReplaySummary replay_session(const ReplayRun &run) {
         csv->flush();
         csv_file->commit();
     }
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
-    // Timing goes to stderr: standard output stays the same from one replay to the next.
-    if (run.timing) {
-        std::fprintf(stderr, "calhost: replayed %llu events in %.3f s\n", static_cast<unsigned long long>(n),
-                     took.count());
+    if (!reader.time_unit_warning().empty()) {
+        std::fprintf(stderr, "calhost: warning: %s\n", reader.time_unit_warning().c_str());
     }
     return summary;
 }
@@ -64,10 +66,12 @@ ReplaySummary replay_with_report(ReplayRun run, const std::string &html, const s
         throw OutputError(fmt::format("the plotting library is missing: {} (run scripts/setup.sh, which installs it)",
                                       plotly));
     }
+    // Opened before the replay, so that a page that cannot be written stops the run
+    // before it starts.
+    OutputFile page(html);
     ReportCollector collector;
     run.extra = &collector;
     ReplaySummary summary = replay_session(run);
-    OutputFile page(html);
     page.write(render_report(collector.data(summary), plotly));
     page.commit();
     return summary;
