@@ -154,7 +154,7 @@ void check_outputs(const std::vector<std::string> &inputs, const std::vector<std
     }
 }
 
-OutputFile::OutputFile(const std::string &path) : path_(path) {
+OutputFile::OutputFile(const std::string &path) : path_(path == "-" ? "standard output" : path) {
     const Target t = resolve(path);
     target_ = t.path;
     if (t.fd >= 0) {
@@ -164,18 +164,18 @@ OutputFile::OutputFile(const std::string &path) : path_(path) {
         file_ = fd >= 0 ? ::fdopen(fd, "wb") : nullptr;
         if (!file_) {
             if (fd >= 0) ::close(fd);
-            throw OutputError(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
+            throw OutputError(fmt::format("cannot write {}: {}", path_, std::strerror(errno)));
         }
         return;
     }
     if (written_through(t)) {
         file_ = std::fopen(target_.c_str(), "wb");
-        if (!file_) throw OutputError(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
+        if (!file_) throw OutputError(fmt::format("cannot write {}: {}", path_, std::strerror(errno)));
         return;
     }
     temp_ = target_ + ".tmp.XXXXXX";
     const int fd = ::mkstemp(temp_.data());
-    if (fd < 0) throw OutputError(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
+    if (fd < 0) throw OutputError(fmt::format("cannot write {}: {}", path_, std::strerror(errno)));
     // mkstemp creates the file private to its owner; an output is an ordinary file, or
     // keeps the permissions of the file it replaces.
     const mode_t mask = ::umask(0);
@@ -186,7 +186,7 @@ OutputFile::OutputFile(const std::string &path) : path_(path) {
         const int err = errno;
         ::close(fd);
         ::unlink(temp_.c_str());
-        throw OutputError(fmt::format("cannot write {}: {}", path, std::strerror(err)));
+        throw OutputError(fmt::format("cannot write {}: {}", path_, std::strerror(err)));
     }
     track(temp_.c_str());
 }
