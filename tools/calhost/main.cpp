@@ -93,16 +93,14 @@ void add_log_option(CLI::App *cmd, std::string &level) {
         ->check(CLI::IsMember({"verbose", "debug", "info", "warn", "error", "silent"}));
 }
 
-constexpr const char *kCommands[] = {"info", "simulate", "replay", "report", "demo"};
-
 // CLI11 would say "A subcommand is required" or "not expected" for a misspelt command.
-std::string unknown_command(int argc, char **argv) {
+std::string unknown_command(const CLI::App &app, int argc, char **argv) {
     if (argc < 2 || argv[1][0] == '-') return {};
-    for (const char *c : kCommands) {
-        if (std::strcmp(argv[1], c) == 0) return {};
-    }
     std::string names;
-    for (const char *c : kCommands) names += names.empty() ? c : std::string(", ") + c;
+    for (const CLI::App *c : app.get_subcommands([](const CLI::App *) { return true; })) {
+        if (c->get_name() == argv[1]) return {};
+        names += (names.empty() ? "" : ", ") + c->get_name();
+    }
     return fmt::format("unknown command `{}`; the commands are {} (calhost --help)", argv[1], names);
 }
 
@@ -116,10 +114,6 @@ int main(int argc, char **argv) {
     app.require_subcommand(1);
     app.fallthrough(false);
     app.set_version_flag("--version", fmt::format("calhost {}", CALHOST_VERSION));
-    if (const std::string why = unknown_command(argc, argv); !why.empty()) {
-        std::cerr << "calhost: " << why << '\n';
-        return kExitBadInput;
-    }
 
     std::string module = default_module_path();
     const std::string module_help = fmt::format("The module to load (default: the one built with calhost, {})", module);
@@ -182,6 +176,11 @@ int main(int argc, char **argv) {
     demo->add_option("--plotly", plotly, "The plotly.js bundle to embed")->capture_default_str();
     add_sim_options(demo, demo_sim, demo_offset);
     add_log_option(demo, log_level);
+
+    if (const std::string why = unknown_command(app, argc, argv); !why.empty()) {
+        std::cerr << "calhost: " << why << '\n';
+        return kExitBadInput;
+    }
 
     try {
         app.parse(argc, argv);
