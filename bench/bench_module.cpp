@@ -25,7 +25,7 @@ const std::string kRecording = std::string(CALMODULE_DATA_DIR) + "/nexus5-figure
 struct Fixture {
     // Every file the module opens goes to a private scratch file, never to the
     // parameter file of the build's tests.
-    calhost::ParamFileSandbox sandbox;
+    calhost::ParamFileSandbox sandbox;  // declared first: it outlives the module
     std::unique_ptr<Module> module;
     std::vector<SessionRow> rows;
     std::vector<sensors_event_t> all, mag, acc;  // in recorded order
@@ -33,7 +33,7 @@ struct Fixture {
 
     Fixture() {
         try {
-            module = std::make_unique<Module>(calhost::default_module_path());
+            module = std::make_unique<Module>(calhost::default_module_path(), sandbox);
             calhost::SessionReader reader(kRecording);
             SessionRow row;
             while (reader.next(row)) {
@@ -128,7 +128,7 @@ void run_vector_fn(benchmark::State &state, calhost::VectorFn fn, const char *na
     float out[3];
     const std::int32_t period = 5;
     for (auto _ : state) {
-        calhost::ModuleCall call;
+        calhost::ModuleCall call(&fixture().sandbox);
         fn(acc[i].data, &period, out);
         benchmark::DoNotOptimize(out);
         if (++i == acc.size()) i = 0;
@@ -162,7 +162,6 @@ void BM_ReplaySessionFile(benchmark::State &state) {
     calhost::ReplayRun run;
     run.session = kRecording;
     run.module = calhost::default_module_path();
-    run.timing = false;
     std::uint64_t events = 0;
     for (auto _ : state) {
         const auto summary = calhost::replay_session(run);

@@ -51,10 +51,12 @@ protected:
         std::ofstream(file(name), std::ios::binary) << bytes;
         return file(name);
     }
-    // Runs `calhost ARGS` (arguments are plain words: paths without blanks).
-    Result run(const std::string &args) const {
+    // Runs `calhost ARGS` (arguments are plain words: paths without blanks), its
+    // standard output to `stdout_to` when given.
+    Result run(const std::string &args, const std::string &stdout_to = {}) const {
         const std::string out = file(".stdout"), err = file(".stderr");
-        const std::string cmd = std::string(CALHOST_EXE) + " " + args + " >" + out + " 2>" + err;
+        const std::string cmd =
+            std::string(CALHOST_EXE) + " " + args + " >" + (stdout_to.empty() ? out : stdout_to) + " 2>" + err;
         const int rc = std::system(cmd.c_str());
         Result r;
         r.status = (rc != -1 && WIFEXITED(rc)) ? WEXITSTATUS(rc) : -1;

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "param_sandbox.h"
+#include "progress.h"
 #include "report.h"
 #include "session.h"
 
@@ -71,6 +73,32 @@ TEST_F(SessionFile, ReadsRowsAfterCommentsBlankLinesAndTheHeaderWithUpToSixteenV
     EXPECT_EQ(rows[0].v[4], 5.0f);
 }
 
+TEST_F(SessionFile, ReadsAByteOrderMarkCrlfAndColumnsInAnyOrder) {
+    const auto rows = read_all("\xEF\xBB\xBFtype, v2,time_ns,v0,v1\r\n2,3,1000,1,2\r\n");
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0].time_ns, 1000);
+    EXPECT_EQ(rows[0].type, 2);
+    EXPECT_EQ(rows[0].v[0], 1.0f);
+    EXPECT_EQ(rows[0].v[2], 3.0f);
+}
+
+// Rows µs or ms apart read as a sensor at tens of kHz: the reader says which unit it looks like.
+TEST_F(SessionFile, WarnsWhenRowsAreSpacedLikeMicrosecondsOrMilliseconds) {
+    for (const auto &[step, unit] : {std::pair<long, const char *>{20, "like ms"}, {20000, "like µs"}, {20000000, ""}}) {
+        std::string text = "time_ns,type,v0,v1,v2\n";
+        for (long i = 0; i < 40; ++i) text += std::to_string(i * step) + (i % 3 ? ",2,1,2,3\n" : ",1,0,0,9.8\n");
+        SessionReader r(write(text));
+        SessionRow row;
+        while (r.next(row)) {
+        }
+        if (*unit) {
+            EXPECT_NE(r.time_unit_warning().find(unit), std::string::npos) << step << ": " << r.time_unit_warning();
+        } else {
+            EXPECT_EQ(r.time_unit_warning(), "") << step;
+        }
+    }
+}
+
 TEST_F(SessionFile, PassesNanInfinityAndHugeValuesOnAsTheModuleWillSeeThem) {
     const auto rows = read_all("time_ns,type,v0,v1,v2\n1,2,nan,inf,-inf\n2,2,1e39,-1e400,1e-50\n3,2,3.4e38,-0,+7\n");
     ASSERT_EQ(rows.size(), 3u);
@@ -100,6 +128,20 @@ TEST_F(SessionFile, GathersTheTruthFromCommentsAnywhere) {
     EXPECT_EQ(r.truth().values().count("remark"), 0u);
 }
 
+// A file of comments must not grow memory: only the first keys are kept, and the
+// reference offset is read beside the truth.
+TEST_F(SessionFile, KeepsABoundedNumberOfCommentKeysAndTheReferenceOffset) {
+    std::string text = "# reference offset_ut=57.99,-73.75,32.41\ntime_ns,type,v0,v1,v2\n";
+    for (int i = 0; i < 1000; ++i) text += "# truth key" + std::to_string(i) + "=" + std::string(100, 'x') + "\n";
+    SessionReader r(write(text));
+    SessionRow row;
+    while (r.next(row)) {
+    }
+    EXPECT_EQ(r.truth().values().size(), calhost::Truth::kMaxKeys);
+    EXPECT_FALSE(r.truth().offset_ut());
+    EXPECT_EQ(*r.reference().offset_ut(), (std::array<double, 3>{57.99, -73.75, 32.41}));
+}
+
 // Every refusal names the file and the line at fault, and says what is wrong.
 TEST_F(SessionFile, RefusesMalformedFilesNamingTheLine) {
     const std::string header = "time_ns,type,v0,v1,v2\n";
@@ -115,7 +157,7 @@ TEST_F(SessionFile, RefusesMalformedFilesNamingTheLine) {
         {"# only comments\n# here\n", 2, "holds only comments"},
         {"time_ns,type,x,y,z\n", 1, ""},
         {"time_ns,type,v0,v1\n1,1,0,0\n", 1, ""},
-        {wide + "\n", 1, "at most 16"},
+        {wide + "\n", 1, "up to v15"},
         {header + "1,1,0,0,0\n2,1,0,0\n", 3, "too few columns"},
         {header + "1,1,0,0,0,0\n", 2, "too many columns"},
         {header + "1,1,0,,0\n", 2, ""},
@@ -123,6 +165,10 @@ TEST_F(SessionFile, RefusesMalformedFilesNamingTheLine) {
         {header + "1,1,0x1p3,0,0\n", 2, "v0"},
         {header + "1.5,1,0,0,0\n", 2, "time_ns `1.5`"},
         {header + "1,acc,0,0,0\n", 2, "type `acc`"},
+        {header + "1,1,+-5,0,0\n", 2, "v0 `+-5`"},
+        {header + "+-1,1,0,0,0\n", 2, "time_ns `+-1`"},
+        {"time_ns,type,v0,v1,v2,v1\n", 1, "`v1` twice"},
+        {"time_ns,type,v0,v2,v3\n", 1, "no `v1`"},
         {header + "99999999999999999999,1,0,0,0\n", 2, ""},
         {header + "100,1,0,0,0\n200,2,0,0,0\n150,1,0,0,0\n", 4, "time going backwards"},
         {std::string("time_ns,type,v0,v1,v2\n1,1,0,0,0\n\x7f" "ELF\0\0\x01\n", 40), 3, "binary"},
@@ -151,6 +197,30 @@ TEST_F(SessionFile, StreamsAMillionRowsAcrossItsReadBuffer) {
     EXPECT_EQ(n, 1000000u);
     EXPECT_EQ(sum, -2.25e6);
     EXPECT_EQ(r.bytes_read(), text.size());
+}
+
+TEST(Progress, FitsTheTerminalAndSaysWhatIsLeft) {
+    for (int width : {20, 60, 200}) {
+        for (double fraction : {-1.0, 0.0, 0.5}) {
+            const std::string line = calhost::progress_line(width, fraction, 125.0, 10.0);
+            EXPECT_LT(line.size(), static_cast<std::size_t>(width)) << line;
+            if (width >= 60) EXPECT_NE(line.find("2 min 05 s"), std::string::npos) << line;
+            if (width >= 60 && fraction > 0) EXPECT_NE(line.find("about 10 s left"), std::string::npos) << line;
+        }
+    }
+}
+
+// The module's parameter file: only the opens that succeed count as writes.
+TEST(ParamFileSandbox, CountsOnlyTheWritesThatOpened) {
+    const std::string link = ::testing::TempDir() + "calhost-param-" + std::to_string(::getpid());
+    ASSERT_EQ(::symlink("/nonexistent/folder/param.txt", link.c_str()), 0);
+    calhost::ParamFileSandbox files(link);
+    {
+        calhost::ModuleCall call(&files);
+        EXPECT_EQ(std::fopen("/data/misc/any.txt", "w"), nullptr);
+    }
+    std::remove(link.c_str());
+    EXPECT_EQ(files.writes(), 0u);
 }
 
 TEST(ParseTriple, TakesThreeFiniteNumbers) {

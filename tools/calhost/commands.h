@@ -21,20 +21,20 @@ struct ReplayRun {
     std::string out_csv;     // empty: no output file
     std::string param_file;  // empty: a fresh, private one
     bool progress = false;   // a progress bar on stderr for replays over a second
-    bool timing = true;      // the time taken, on stderr
     std::optional<std::array<double, 3>> reference;  // an offset to compare with, µT
     ReplaySink *extra = nullptr;
 };
 
-// Replays a session; the output file appears only when the whole replay succeeded.
-// Throws SessionError, ModuleError (bad input) or OutputError (failed run).
+// replay: replays a session; the output file appears only when the whole replay
+// succeeded. Throws SessionError, ModuleError (bad input) or OutputError (failed run).
 ReplaySummary replay_session(const ReplayRun &run);
 
-// Prints the module's descriptor and algorithm table. Throws ModuleError.
-std::string describe_module(const std::string &path);
+// report: replays with the report's collector attached and writes the page, whole or
+// not at all.
+ReplaySummary replay_with_report(ReplayRun run, const std::string &html, const std::string &plotly);
 
-// Whether a progress bar may be drawn: stderr is a terminal.
-bool stderr_is_terminal();
+// info: the module's descriptor and algorithm table. Throws ModuleError.
+std::string describe_module(const std::string &path);
 
 }  // namespace calhost
 

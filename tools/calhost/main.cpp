@@ -4,29 +4,28 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <optional>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 
-#include <android/log.h>
-
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "commands.h"
+#include "errors.h"
+#include "module_log.h"
 #include "output_file.h"
 #include "report.h"
+#include "progress.h"
 #include "simulate.h"
 
 using namespace calhost;
 
 namespace {
-
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 std::string absolute(const std::string &path) {
     char buf[PATH_MAX];
@@ -53,26 +52,6 @@ void print_summary(const ReplaySummary &s, bool json) {
     } else {
         std::cout << s.to_text();
     }
-    std::cout.flush();
-}
-
-void check_plotly(const std::string &path) {
-    if (::access(path.c_str(), R_OK) != 0) {
-        throw OutputError(fmt::format("the plotting library is missing: {} (run scripts/setup.sh, which installs it)",
-                                      path));
-    }
-}
-
-// Replays with the report's collector attached and writes the page, whole or not at all.
-ReplaySummary replay_with_report(ReplayRun run, const std::string &html, const std::string &plotly) {
-    check_plotly(plotly);
-    ReportCollector collector;
-    run.extra = &collector;
-    ReplaySummary summary = replay_session(run);
-    OutputFile page(html);
-    page.write(render_report(collector.data(summary), plotly));
-    page.commit();
-    return summary;
 }
 
 SimOptions parse_offset(SimOptions o, const std::string &offset) {
@@ -84,7 +63,13 @@ SimOptions parse_offset(SimOptions o, const std::string &offset) {
 }
 
 void add_sim_options(CLI::App *cmd, SimOptions &o, std::string &offset) {
-    cmd->add_option("--seed", o.seed, "Seed of the noise and of the starting heading")->capture_default_str();
+    // Read as unsigned, "-1" would wrap to 2^64 - 1 without a word.
+    const CLI::Validator non_negative(
+        [](std::string &s) { return s.find('-') == std::string::npos ? std::string() : "wants a whole number, 0 or more"; },
+        "0 or more");
+    cmd->add_option("--seed", o.seed, "Seed of the noise and of the starting heading")
+        ->check(non_negative)
+        ->capture_default_str();
     cmd->add_option("--duration", o.duration_s, "Length of the session, s; the script stretches to it")
         ->capture_default_str();
     cmd->add_option("--field", o.field_ut, "Strength of the earth's field, µT")->capture_default_str();
@@ -104,18 +89,19 @@ void add_sim_options(CLI::App *cmd, SimOptions &o, std::string &offset) {
 void add_log_option(CLI::App *cmd, std::string &level) {
     cmd->add_option("--log-level", level,
                     "The module's log records shown on stderr, from this priority up: verbose, debug, info, warn, "
-                    "error or silent (default: the Android log library's, info)")
+                    "error or silent (default: warn)")
         ->check(CLI::IsMember({"verbose", "debug", "info", "warn", "error", "silent"}));
 }
 
-void apply_log_level(const std::string &level) {
-    if (level.empty()) return;
-    static const std::pair<const char *, int> kLevels[] = {
-        {"verbose", ANDROID_LOG_VERBOSE}, {"debug", ANDROID_LOG_DEBUG}, {"info", ANDROID_LOG_INFO},
-        {"warn", ANDROID_LOG_WARN},       {"error", ANDROID_LOG_ERROR}, {"silent", ANDROID_LOG_SILENT}};
-    for (const auto &[name, priority] : kLevels) {
-        if (level == name) __android_log_set_minimum_priority(priority);
+// CLI11 would say "A subcommand is required" or "not expected" for a misspelt command.
+std::string unknown_command(const CLI::App &app, int argc, char **argv) {
+    if (argc < 2 || argv[1][0] == '-') return {};
+    std::string names;
+    for (const CLI::App *c : app.get_subcommands([](const CLI::App *) { return true; })) {
+        if (c->get_name() == argv[1]) return {};
+        names += (names.empty() ? "" : ", ") + c->get_name();
     }
+    return fmt::format("unknown command `{}`; the commands are {} (calhost --help)", argv[1], names);
 }
 
 }  // namespace
@@ -127,6 +113,7 @@ int main(int argc, char **argv) {
         "2 bad usage or input."};
     app.require_subcommand(1);
     app.fallthrough(false);
+    app.set_version_flag("--version", fmt::format("calhost {}", CALHOST_VERSION));
 
     std::string module = default_module_path();
     const std::string module_help = fmt::format("The module to load (default: the one built with calhost, {})", module);
@@ -153,9 +140,10 @@ int main(int argc, char **argv) {
     std::string log_level;
     auto *replay = app.add_subcommand(
         "replay", "Replay a session through the module, routing every event as a HAL does, and print a summary");
-    replay->add_option("session", session, "Session file (CSV: time_ns,type,v0,v1,v2)")->required();
+    const char *session_help = "Session file (CSV: time_ns,type,v0,v1,v2; - for standard input)";
+    replay->add_option("session", session, session_help)->required();
     replay->add_option("--module", module, module_help);
-    replay->add_option("--out", out_csv, "Write every output event as CSV: time_ns,source,status,v0,...");
+    replay->add_option("-o,--out", out_csv, "Write every output event as CSV: time_ns,source,status,v0,...");
     replay->add_option("--param-file", param_file,
                        "The module's parameter file (its stored offset) for this replay (default: none stored, "
                        "as on a new phone)");
@@ -166,7 +154,7 @@ int main(int argc, char **argv) {
     // report
     std::string html, plotly = default_plotly_path();
     auto *report = app.add_subcommand("report", "Replay a session and write a self-contained HTML report");
-    report->add_option("session", session, "Session file (CSV: time_ns,type,v0,v1,v2)")->required();
+    report->add_option("session", session, session_help)->required();
     report->add_option("-o,--out", html, "The HTML file to write")->required();
     report->add_option("--module", module, module_help);
     report->add_option("--csv", out_csv, "Also write every output event as CSV");
@@ -181,11 +169,18 @@ int main(int argc, char **argv) {
     SimOptions demo_sim;
     std::string demo_offset;
     auto *demo = app.add_subcommand("demo", "Simulate a session, replay it and write the report, in one go");
-    demo->add_option("--dir", demo_dir, "Folder for session.csv, outputs.csv and report.html")->capture_default_str();
+    demo->add_option("-o,--out,--dir", demo_dir, "Folder for session.csv, outputs.csv and report.html")
+        ->capture_default_str();
     demo->add_option("--module", module, module_help);
+    demo->add_option("--param-file", param_file, "The module's parameter file for this replay");
     demo->add_option("--plotly", plotly, "The plotly.js bundle to embed")->capture_default_str();
     add_sim_options(demo, demo_sim, demo_offset);
     add_log_option(demo, log_level);
+
+    if (const std::string why = unknown_command(app, argc, argv); !why.empty()) {
+        std::cerr << "calhost: " << why << '\n';
+        return kExitBadInput;
+    }
 
     try {
         app.parse(argc, argv);
@@ -194,13 +189,15 @@ int main(int argc, char **argv) {
         return rc == 0 ? kExitOk : kExitBadInput;
     }
 
-    apply_log_level(log_level);
-    try {
+    // Everything a command does once its options are read; errors leave as exceptions.
+    std::optional<std::uint64_t> replayed_events;
+    auto run_command = [&]() -> int {
         if (*info) {
             std::cout << describe_module(module);
             return kExitOk;
         }
         if (*simulate_cmd) {
+            check_outputs({}, {sim_out});
             const SimOptions o = parse_offset(sim, sim_offset);
             if (const std::string why = check(o); !why.empty()) throw UsageError(why);
             OutputFile out(sim_out);
@@ -218,16 +215,23 @@ int main(int argc, char **argv) {
                 throw UsageError(fmt::format("--reference-offset wants three numbers x,y,z in µT, got `{}`", reference));
             }
         }
+        // Outputs that would overwrite the session, the parameter file or each other, or
+        // that have no folder to go to, are refused before anything is replayed.
         if (*replay) {
+            check_outputs({session}, {out_csv, param_file});
             run.session = session;
             run.out_csv = out_csv;
-            print_summary(replay_session(run), json);
+            const ReplaySummary s = replay_session(run);
+            replayed_events = s.events;
+            print_summary(s, json);
             return kExitOk;
         }
         if (*report) {
+            check_outputs({session}, {html, out_csv, param_file});
             run.session = session;
             run.out_csv = out_csv;
             const ReplaySummary s = replay_with_report(run, html, plotly);
+            replayed_events = s.events;
             print_summary(s, json);
             if (!json) std::cout << "report    " << absolute(html) << '\n';
             return kExitOk;
@@ -237,20 +241,41 @@ int main(int argc, char **argv) {
             if (const std::string why = check(o); !why.empty()) throw UsageError(why);
             make_dirs(demo_dir);
             const std::string session_path = demo_dir + "/session.csv";
+            run.session = session_path;
+            run.out_csv = demo_dir + "/outputs.csv";
+            const std::string html_path = demo_dir + "/report.html";
+            check_outputs({}, {session_path, run.out_csv, html_path, param_file});
             {
                 OutputFile out(session_path);
                 simulate(o, out);
                 out.commit();
             }
-            run.session = session_path;
-            run.out_csv = demo_dir + "/outputs.csv";
-            const ReplaySummary s = replay_with_report(run, demo_dir + "/report.html", plotly);
+            const ReplaySummary s = replay_with_report(run, html_path, plotly);
+            replayed_events = s.events;
             print_summary(s, false);
             std::cout << "session   " << absolute(session_path) << '\n';
             std::cout << "outputs   " << absolute(run.out_csv) << '\n';
-            std::cout << "report    " << absolute(demo_dir + "/report.html") << '\n';
+            std::cout << "report    " << absolute(html_path) << '\n';
             return kExitOk;
         }
+        return kExitBadInput;
+    };
+
+    if (!log_level.empty()) set_log_priority(log_priority_named(log_level.c_str()));
+    try {
+        const auto started = std::chrono::steady_clock::now();
+        const int status = run_command();
+        // The summary went to standard output: a full disk or a closed pipe there fails
+        // the run like any other output.
+        std::cout.flush();
+        finish_stdout();
+        // Timing goes to stderr, after everything else went well: standard output stays
+        // the same from one replay to the next.
+        if (replayed_events) {
+            const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
+            std::cerr << fmt::format("calhost: replayed {} events in {:.3f} s\n", *replayed_events, took.count());
+        }
+        return status;
     } catch (const SessionError &e) {
         std::cerr << "calhost: " << e.what() << '\n';
         return kExitBadInput;
@@ -264,5 +289,4 @@ int main(int argc, char **argv) {
         std::cerr << "calhost: " << e.what() << '\n';
         return kExitFailed;
     }
-    return kExitBadInput;
 }

@@ -1,14 +1,15 @@
 #include "module_host.h"
 
 #include <dlfcn.h>
+#include <elf.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 #include <fmt/format.h>
 
@@ -19,83 +20,56 @@
 namespace calhost {
 namespace {
 
-// Sandbox state, read by the fopen interposers below. Plain statics: the module is
-// driven from one thread.
-int g_module_calls = 0;
-const std::string *g_redirect = nullptr;
-std::uint64_t g_writes = 0;
-
-using FopenFn = std::FILE *(*)(const char *, const char *);
-
-std::FILE *sandboxed_open(FopenFn real, const char *path, const char *mode) {
-    if (g_module_calls > 0 && g_redirect && path) {
-        if (mode && (mode[0] == 'w' || mode[0] == 'a' || std::strchr(mode, '+'))) ++g_writes;
-        path = g_redirect->c_str();
+// The bytes an ELF file's own headers say it holds: its program headers, its section
+// headers and every segment's file image.
+template <class Ehdr, class Phdr>
+std::uint64_t elf_extent(std::FILE *f, const unsigned char *ident) {
+    Ehdr eh;
+    std::memcpy(&eh, ident, sizeof eh);
+    std::uint64_t need = std::max<std::uint64_t>(eh.e_phoff + std::uint64_t{eh.e_phnum} * eh.e_phentsize,
+                                                 eh.e_shoff + std::uint64_t{eh.e_shnum} * eh.e_shentsize);
+    if (eh.e_phentsize != sizeof(Phdr)) return need;
+    for (unsigned i = 0; i < eh.e_phnum; ++i) {
+        Phdr ph;
+        if (std::fseek(f, static_cast<long>(eh.e_phoff + std::uint64_t{i} * sizeof ph), SEEK_SET) != 0 ||
+            std::fread(&ph, sizeof ph, 1, f) != 1) {
+            break;  // beyond the end: `need` already says so
+        }
+        if (ph.p_type == PT_LOAD) need = std::max<std::uint64_t>(need, ph.p_offset + std::uint64_t{ph.p_filesz});
     }
-    return real ? real(path, mode) : nullptr;
+    return need;
+}
+
+// A file cut short (a copy interrupted, a full disk) maps fine, and the loader then dies
+// of SIGBUS touching the missing pages: measure it against its own headers first. Files
+// that are no ELF of this machine's class are left to dlopen, which says why.
+void refuse_truncated(const std::string &path) {
+    std::FILE *f = std::fopen(path.c_str(), "rb");
+    if (!f) return;
+    unsigned char ident[sizeof(Elf64_Ehdr)] = {};
+    struct stat st {};
+    std::uint64_t need = 0;
+    if (::fstat(::fileno(f), &st) == 0 && S_ISREG(st.st_mode) &&
+        std::fread(ident, 1, sizeof ident, f) >= sizeof(Elf32_Ehdr) && std::memcmp(ident, ELFMAG, SELFMAG) == 0) {
+        if (ident[EI_CLASS] == ELFCLASS64 && sizeof(void *) == 8) need = elf_extent<Elf64_Ehdr, Elf64_Phdr>(f, ident);
+        if (ident[EI_CLASS] == ELFCLASS32 && sizeof(void *) == 4) need = elf_extent<Elf32_Ehdr, Elf32_Phdr>(f, ident);
+    }
+    std::fclose(f);
+    if (need > static_cast<std::uint64_t>(st.st_size)) {
+        throw ModuleError(fmt::format("cannot load module {}: the file is cut short ({} bytes; its headers describe {})",
+                                      path, st.st_size, need));
+    }
 }
 
 }  // namespace
-}  // namespace calhost
-
-// The module opens its parameter file with fopen. calhost is linked with its symbols
-// exported, so the dynamic linker binds the module's fopen to these definitions first;
-// outside a call into the module they hand straight on to the C library's.
-extern "C" std::FILE *fopen(const char *path, const char *mode) {
-    static const auto real = reinterpret_cast<calhost::FopenFn>(dlsym(RTLD_NEXT, "fopen"));
-    return calhost::sandboxed_open(real, path, mode);
-}
-
-extern "C" std::FILE *fopen64(const char *path, const char *mode) {
-    static const auto real = reinterpret_cast<calhost::FopenFn>(dlsym(RTLD_NEXT, "fopen64"));
-    return calhost::sandboxed_open(real, path, mode);
-}
-
-namespace calhost {
 
 const char *default_module_path() { return CALHOST_DEFAULT_MODULE; }
 
-ParamFileSandbox::ParamFileSandbox(const std::string &path) {
-    if (path.empty()) {
-        const char *tmp = std::getenv("TMPDIR");
-        std::string templ = fmt::format("{}/calhost.XXXXXX", (tmp && *tmp) ? tmp : "/tmp");
-        if (!::mkdtemp(templ.data())) {
-            throw std::runtime_error(fmt::format("cannot create a temporary folder in {}: {}",
-                                                 (tmp && *tmp) ? tmp : "/tmp", std::strerror(errno)));
-        }
-        temp_dir_ = templ;
-        path_ = temp_dir_ + "/param.txt";
-    } else {
-        path_ = path;
-    }
-    g_redirect = &path_;
-    g_writes = 0;
-}
-
-ParamFileSandbox::~ParamFileSandbox() {
-    g_redirect = nullptr;
-    if (!temp_dir_.empty()) {
-        std::remove(path_.c_str());
-        ::rmdir(temp_dir_.c_str());
-    }
-}
-
-std::uint64_t ParamFileSandbox::writes() const { return g_writes; }
-
-std::string ParamFileSandbox::content() const {
-    std::ifstream in(path_, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-ModuleCall::ModuleCall() { ++g_module_calls; }
-ModuleCall::~ModuleCall() { --g_module_calls; }
-
-Module::Module(const std::string &path) : path_(path) {
+Module::Module(const std::string &path, ParamFileSandbox &files) : path_(path), files_(files) {
     if (::access(path.c_str(), R_OK) != 0) {
         throw ModuleError(fmt::format("cannot load module {}: {}", path, std::strerror(errno)));
     }
+    refuse_truncated(path);
     // A path without a slash would make dlopen search the library path; the module is
     // named by its file, as a HAL names it.
     const std::string file = path.find('/') == std::string::npos ? "./" + path : path;
@@ -121,7 +95,7 @@ Module::Module(const std::string &path) : path_(path) {
         throw refuse(fmt::format("its `scmi` announces {} algorithms", info_->number));
     }
     {
-        ModuleCall call;
+        ModuleCall call(&files_);
         info_->methods->init();
         if (info_->methods->get_algo_list(&algos_) != 0 || !algos_) {
             throw refuse("its get-algorithm-list method gave no table");
@@ -144,7 +118,7 @@ Module::Module(const std::string &path) : path_(path) {
 Module::~Module() {
     if (!handle_) return;
     if (info_->methods->deinit) {
-        ModuleCall call;
+        ModuleCall call(&files_);
         info_->methods->deinit();
     }
     dlclose(handle_);
@@ -158,30 +132,30 @@ const cal_algo *Module::algo_for(int type) const {
 }
 
 int Module::convert(const cal_algo *algo, const sensors_event_t &in, sensors_event_t *out) const {
-    ModuleCall call;
+    ModuleCall call(&files_);
     return algo->methods->convert(&in, out);
 }
 
 int Module::config(const cal_algo *algo, int cmd, std::int32_t enable, std::int32_t poll_rate) const {
     if (!algo->methods->config) return 0;
     cal_algo_args args{enable, poll_rate};
-    ModuleCall call;
+    ModuleCall call(&files_);
     return algo->methods->config(cmd, &args);
 }
 
 void Module::gravity(const float acc[3], std::int32_t period, float out[3]) const {
-    ModuleCall call;
+    ModuleCall call(&files_);
     gravity_(acc, &period, out);
 }
 
 void Module::soft_gyro(const float acc[3], std::int32_t period, float out[3]) const {
-    ModuleCall call;
+    ModuleCall call(&files_);
     soft_gyro_(acc, &period, out);
 }
 
 bool Module::magnetic_offset(float out[3]) const {
     if (!get_offset_) return false;
-    ModuleCall call;
+    ModuleCall call(&files_);
     get_offset_(out);
     return true;
 }

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "calmodule/module.h"
+#include "param_sandbox.h"
 
 namespace calhost {
 
@@ -22,40 +23,6 @@ public:
 
 // The path of the module built together with calhost.
 const char *default_module_path();
-
-// Where the module's parameter file (its stored magnetometer offset) lives while
-// calhost drives it. The module opens its file by a path fixed when it was built;
-// calhost answers every file the module opens during a call from the host with this
-// one path instead, so that a replay starts like a freshly flashed phone (nothing
-// stored) and two replays of one session behave the same, and so that a replay never
-// overwrites the offset of the build's own tests. `--param-file` chooses the file.
-class ParamFileSandbox {
-public:
-    // An empty path: a private temporary folder, removed again by the destructor.
-    explicit ParamFileSandbox(const std::string &path = {});
-    ~ParamFileSandbox();
-    ParamFileSandbox(const ParamFileSandbox &) = delete;
-    ParamFileSandbox &operator=(const ParamFileSandbox &) = delete;
-
-    const std::string &path() const { return path_; }
-    // How often the module opened the file for writing.
-    std::uint64_t writes() const;
-    // The file's current content ("" when absent).
-    std::string content() const;
-
-private:
-    std::string path_;
-    std::string temp_dir_;
-};
-
-// Marks a call into the module, so that the files it opens go to the sandbox.
-class ModuleCall {
-public:
-    ModuleCall();
-    ~ModuleCall();
-    ModuleCall(const ModuleCall &) = delete;
-    ModuleCall &operator=(const ModuleCall &) = delete;
-};
 
 // The sphere-fit record the module exports as `Msensor` (fields in their order).
 struct MsensorView {
@@ -73,7 +40,9 @@ using VectorFn = void (*)(const float acc[3], const std::int32_t *period, float 
 class Module {
 public:
     // Loads and initialises; throws ModuleError with a message an integrator can act on.
-    explicit Module(const std::string &path);
+    // Every file the module opens during a call goes to `files` (see param_sandbox.h),
+    // which must outlive the module: its deinit still runs inside it.
+    Module(const std::string &path, ParamFileSandbox &files);
     ~Module();  // deinit (the module only logs), then dlclose
     Module(const Module &) = delete;
     Module &operator=(const Module &) = delete;
@@ -101,6 +70,7 @@ public:
 
 private:
     std::string path_;
+    ParamFileSandbox &files_;
     void *handle_ = nullptr;
     const cal_module_info *info_ = nullptr;
     const cal_algo *algos_ = nullptr;

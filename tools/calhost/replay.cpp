@@ -38,6 +38,19 @@ sensors_event_t event_from_row(const SessionRow &row) {
     return e;
 }
 
+// The output record a HAL hands a convert method: cleared, with only the header filled,
+// so that an output the method leaves unwritten (the orientation before any
+// accelerometer event) is delivered as zeros, never as another event's leftovers.
+sensors_event_t cleared_output(const sensors_event_t &in, int type) {
+    sensors_event_t e;
+    std::memset(&e, 0, sizeof e);
+    e.version = in.version;
+    e.sensor = in.sensor;
+    e.type = type;
+    e.timestamp = in.timestamp;
+    return e;
+}
+
 // The period the rotation-vector and soft-gyroscope functions take, in whole ms, from
 // the spacing of two accelerometer timestamps, rounded to the nearest ms. Session
 // times never go backwards (the reader refuses that); a gap beyond the int32 range
@@ -117,7 +130,7 @@ void Replayer::magnetometer(const SessionRow &row, const sensors_event_t &in) {
     sensors_event_t field = in;
     bool calibrated = false;
     if (mag_cal_) {
-        sensors_event_t out = in;
+        sensors_event_t out = cleared_output(in, kMagneticField);
         if (module_.convert(mag_cal_, in, &out) == 0) {
             field = out;
             calibrated = true;
@@ -125,7 +138,7 @@ void Replayer::magnetometer(const SessionRow &row, const sensors_event_t &in) {
             emit(t, kMagneticField, out.data, 3, &status);
             if (status >= 0 && status <= 3) {
                 auto &first = summary_.level_first_s[static_cast<std::size_t>(status)];
-                if (!first) first = static_cast<double>(t - first_time_) * 1e-9;
+                if (!first) first = seconds_between(first_time_, t);
             }
             summary_.final_level = status;
         }
@@ -139,8 +152,7 @@ void Replayer::magnetometer(const SessionRow &row, const sensors_event_t &in) {
         // offset (plus what the calibrated output's smoothing lags behind).
         sensors_event_t u = field;
         for (int i = 0; i < 3; ++i) u.data[4 + i] = in.data[i] * kMagScale[i];
-        sensors_event_t out = u;
-        out.type = kMagneticFieldUncalibrated;
+        sensors_event_t out = cleared_output(u, kMagneticFieldUncalibrated);
         if (module_.convert(mag_uncal_, u, &out) == 0) emit(t, kMagneticFieldUncalibrated, out.data, 6);
     }
     // The orientation algorithm takes the magnetic-field event the framework gets,
@@ -184,8 +196,7 @@ void Replayer::accelerometer(const SessionRow &row, const sensors_event_t &in) {
 
 void Replayer::orientation(const sensors_event_t &in) {
     if (!orientation_) return;
-    sensors_event_t out = in;
-    out.type = kOrientation;
+    sensors_event_t out = cleared_output(in, kOrientation);
     if (module_.convert(orientation_, in, &out) == 0) {
         const int status = out.vector.status;
         emit(in.timestamp, kOrientation, out.data, 3, &status);
@@ -194,7 +205,7 @@ void Replayer::orientation(const sensors_event_t &in) {
 
 void Replayer::pocket(const sensors_event_t &in) {
     if (!pocket_) return;
-    sensors_event_t out = in;
+    sensors_event_t out = cleared_output(in, kPocket);
     if (module_.convert(pocket_, in, &out) == 0) emit(in.timestamp, kPocket, out.data, 1);
 }
 
@@ -204,7 +215,7 @@ ReplaySummary Replayer::end(const SessionReader &reader) {
     }
     ReplaySummary s = summary_;
     s.session = reader.path();
-    s.duration_s = have_first_ ? static_cast<double>(last_time_ - first_time_) * 1e-9 : 0.0;
+    s.duration_s = have_first_ ? seconds_between(first_time_, last_time_) : 0.0;
     float offset[3];
     if (module_.magnetic_offset(offset)) s.offset_ut = std::array<float, 3>{offset[0], offset[1], offset[2]};
     if (const MsensorView *m = module_.msensor()) {

@@ -37,7 +37,7 @@ double ReportCollector::seconds(std::int64_t t) {
         have_first_ = true;
         first_ = t;
     }
-    return static_cast<double>(t - first_) * 1e-9;
+    return seconds_between(first_, t);
 }
 
 void ReportCollector::input(const SessionRow &row) {
