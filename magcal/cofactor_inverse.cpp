@@ -37,6 +37,20 @@ bool alloc_rows(double **rows, int32_t count, int32_t length) {
 
 bool order_ok(int32_t n) { return n >= 1 && n <= kMaxOrder; }
 
+// The expansions of order 2 and 3 written out: the same operations in the same order
+// as the general expansion along the last row, from 0.0, each element of the last row
+// times its signed minor in turn.
+inline double det2(double a00, double a01, double a10, double a11) {
+    return (0.0 + (-a01) * a10) + a00 * a11;
+}
+
+inline double det3(const double *r0, const double *r1, const double *r2) {
+    const double m0 = det2(r0[1], r0[2], r1[1], r1[2]);
+    const double m1 = det2(r0[0], r0[2], r1[0], r1[2]);
+    const double m2 = det2(r0[0], r0[1], r1[0], r1[1]);
+    return ((0.0 + m0 * r2[0]) + (-m1) * r2[1]) + m2 * r2[2];
+}
+
 }  // namespace
 
 namespace quarvel {
@@ -63,12 +77,8 @@ double cofactor_signed(const double *const *rows, int32_t order, int32_t i, int3
 
 double cofactor_determinant(const double *const *rows, int32_t order) {
     if (order == 1) return rows[0][0];
-    if (order == 2) {
-        // The expansion of order 2 written out, the same operations in the same order:
-        // from 0.0, the first element of the last row times its signed 1 x 1 minor,
-        // then the second.
-        return (0.0 + (-rows[0][1]) * rows[1][0]) + rows[0][0] * rows[1][1];
-    }
+    if (order == 2) return det2(rows[0][0], rows[0][1], rows[1][0], rows[1][1]);
+    if (order == 3) return det3(rows[0], rows[1], rows[2]);
     const int32_t last = order - 1;
     double det = 0.0;
     for (int32_t j = 0; j < order; ++j) det += cofactor_signed(rows, order, last, j) * rows[last][j];
