@@ -42,6 +42,15 @@ void azimuth_heading_degrees(float X, float Y, float *out);
 // orientation angles and the soft gyroscope's orientation.
 float orientation_heading_radians(float X, float Y);
 
+// The reported pitch and roll of a unit gravity vector g from the tilt angles
+// p = GetPitch(g) and r = GetRoll(g) already at hand for the compensation:
+// GetPitchAngle is -GetRoll (0 when y and z both vanish) and GetRollAngle is
+// -GetPitch, bit for bit, so each arc function runs once per event, not twice.
+inline void reported_tilt(const float g[3], float p, float r, float *pitch, float *roll) {
+    *pitch = (g[1] == 0.0f && g[2] == 0.0f) ? 0.0f : -r;
+    *roll = -p;
+}
+
 // The orientation computation's fixed correction of azimuth A (degrees) inside the
 // table's open intervals; A unchanged elsewhere.
 float apply_correction_table(float A);
