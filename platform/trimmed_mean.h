@@ -29,57 +29,58 @@ struct TrimmedMeanChannel {
 
     // Pushes one sample and returns the trimmed mean of the ring.
     float push(float value) {
-        const float oldest = ring[pos];
-        ring[pos] = value;
-        pos = static_cast<int16_t>(pos + 1 >= N ? 0 : pos + 1);
+        const int slot = pos;
+        pos = static_cast<int16_t>(slot + 1 >= N ? 0 : slot + 1);
+        const float oldest = ring[slot];
+        ring[slot] = value;
+        if (nans_ != 0 || is_nan(value)) return push_unordered(oldest, value);
 
-        if (!is_nan(oldest) && !is_nan(value)) {
-            // The usual case: the new sample takes the oldest one's place in the order
-            // and moves to where it belongs.
-            int k = find(oldest);
-            ordered_[k] = value;
-            while (k > 0 && value < ordered_[k - 1]) {
-                ordered_[k] = ordered_[k - 1];
-                ordered_[--k] = value;
-            }
-            while (k < ordered_count_ - 1 && ordered_[k + 1] < value) {
-                ordered_[k] = ordered_[k + 1];
-                ordered_[++k] = value;
-            }
+        // The usual case, no NaN anywhere: the new sample takes the oldest one's place
+        // in the order and moves to where it belongs.
+        int k = find(oldest);
+        if (value < oldest) {
+            for (; k > 0 && value < ordered_[k - 1]; --k) ordered_[k] = ordered_[k - 1];
         } else {
-            if (is_nan(oldest)) {
-                --nans_;
-            } else {
-                for (int k = find(oldest); k < ordered_count_ - 1; ++k) ordered_[k] = ordered_[k + 1];
-                --ordered_count_;
-            }
-            if (is_nan(value)) {
-                ++nans_;
-            } else {
-                int k = ordered_count_++;
-                for (; k > 0 && value < ordered_[k - 1]; --k) ordered_[k] = ordered_[k - 1];
-                ordered_[k] = value;
-            }
+            for (; k < N - 1 && ordered_[k + 1] < value; ++k) ordered_[k] = ordered_[k + 1];
         }
-
-        // A NaN has no place in an order; where one sits in the ring, the mean is what
-        // the sort of the whole ring leaves in the middle, NaNs included.
-        const float *kept = ordered_;
-        float sorted[N];
-        if (nans_ != 0) {
-            sort_ring(sorted);
-            kept = sorted;
-        }
-        // Summed in index order from 0 in single precision. Dividing by 4 or by 6 in
-        // float gives the same bits as widening to double first: a double quotient
-        // rounds to the same float for a single division.
-        float sum = 0.0f;
-        for (int i = kDropped; i < N - kDropped; ++i) sum += kept[i];
-        return sum / static_cast<float>(kKept);
+        ordered_[k] = value;
+        return mean_of(ordered_);
     }
 
 private:
     static bool is_nan(float v) { return v != v; }
+
+    // Summed in index order from 0 in single precision. Dividing by 4 or by 6 in float
+    // gives the same bits as widening to double first: a double quotient rounds to the
+    // same float for a single division.
+    static float mean_of(const float *sorted) {
+        float sum = 0.0f;
+        for (int i = kDropped; i < N - kDropped; ++i) sum += sorted[i];
+        return sum / static_cast<float>(kKept);
+    }
+
+    // A NaN leaves or enters the ring, or sits in it. The order keeps the other values;
+    // while a NaN is in the ring, which has no place in an order, the mean is what the
+    // sort of the whole ring leaves in the middle, NaNs included.
+    __attribute__((noinline)) float push_unordered(float oldest, float value) {
+        if (is_nan(oldest)) {
+            --nans_;
+        } else {
+            for (int k = find(oldest); k < ordered_count_ - 1; ++k) ordered_[k] = ordered_[k + 1];
+            --ordered_count_;
+        }
+        if (is_nan(value)) {
+            ++nans_;
+        } else {
+            int k = ordered_count_++;
+            for (; k > 0 && value < ordered_[k - 1]; --k) ordered_[k] = ordered_[k - 1];
+            ordered_[k] = value;
+        }
+        if (nans_ == 0) return mean_of(ordered_);
+        float sorted[N];
+        sort_ring(sorted);
+        return mean_of(sorted);
+    }
 
     // Slot of a value of the order equal to v (any of them, should there be several:
     // equal values are interchangeable in the sum, +0 and -0 included).
