@@ -37,7 +37,8 @@ struct TrimmedMeanChannel {
 
         // The usual case, no NaN anywhere: the new sample takes the oldest one's place
         // in the order and moves to where it belongs.
-        int k = find(oldest);
+        int k = 0;  // every value is in the order: the oldest is found
+        while (k < N - 1 && !(ordered_[k] == oldest)) ++k;
         if (value < oldest) {
             for (; k > 0 && value < ordered_[k - 1]; --k) ordered_[k] = ordered_[k - 1];
         } else {
