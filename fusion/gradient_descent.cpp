@@ -17,18 +17,46 @@ constexpr int kIterations = 10;
 
 bool all_zero(const float v[3]) { return v[0] == 0.0f && v[1] == 0.0f && v[2] == 0.0f; }
 
-}  // namespace
+// Fixed-size kernels for the ten steps of every rotation-vector sample: the same sums in
+// the same order as the exported matrix_norm, matrix_turn and matrix_multiply, without
+// their general loops.
 
-extern "C" {
+// Length of an N-vector: squares summed from 0 in index order; a NaN sum reads as a
+// zero length, which ends the descent.
+template <int N>
+inline float norm(const float *v) {
+    float sum = 0.0f;
+    for (int i = 0; i < N; ++i) sum += v[i] * v[i];
+    if (!(sum >= 0.0f)) return 0.0f;
+    return sqrtf(sum);
+}
 
-CALMODULE_API void QuaternionProduct(const float a[4], const float b[4], float out[4]) {
-    // Everything is read first: out may alias a or b.
+// Everything is read first: out may alias a or b.
+inline void quaternion_product(const float a[4], const float b[4], float out[4]) {
     const float a0 = a[0], a1 = a[1], a2 = a[2], a3 = a[3];
     const float b0 = b[0], b1 = b[1], b2 = b[2], b3 = b[3];
     out[0] = a0 * b0 - a1 * b1 - a2 * b2 - a3 * b3;
     out[1] = a0 * b1 + a1 * b0 + a2 * b3 - a3 * b2;
     out[2] = a0 * b2 - a1 * b3 + a2 * b0 + a3 * b1;
     out[3] = a0 * b3 + a1 * b2 - a2 * b1 + a3 * b0;
+}
+
+// J^T F for the 6 x 4 Jacobian J (row-major): each component summed from 0 over the
+// six residuals in order, as the transpose times the residual vector.
+inline void jacobian_t_times(const float J[6 * 4], const float F[6], float out[4]) {
+    for (int i = 0; i < 4; ++i) {
+        float c = 0.0f;
+        for (int k = 0; k < 6; ++k) c += J[k * 4 + i] * F[k];
+        out[i] = c;
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+CALMODULE_API void QuaternionProduct(const float a[4], const float b[4], float out[4]) {
+    quaternion_product(a, b, out);
 }
 
 // Every degenerate case (zero input, a zero or NaN norm on the way) ends the descent
@@ -44,7 +72,7 @@ CALMODULE_API void GradientDescent(const float acc[3], const float mag[3], const
 
     for (int iteration = 0; iteration < kIterations; ++iteration) {
         // 1. Unit field direction (stays unit for the later iterations).
-        const float nm = matrix_norm(m, 3);
+        const float nm = norm<3>(m);
         if (nm == 0.0f) return;
         for (float &c : m) c = c / nm;
         const float mx = m[0], my = m[1], mz = m[2];
@@ -53,14 +81,14 @@ CALMODULE_API void GradientDescent(const float acc[3], const float mag[3], const
         const float pure_m[4] = {0.0f, mx, my, mz};
         const float q_conj[4] = {q[0], -q[1], -q[2], -q[3]};
         float h[4];
-        QuaternionProduct(q, pure_m, h);
-        QuaternionProduct(h, q_conj, h);
+        quaternion_product(q, pure_m, h);
+        quaternion_product(h, q_conj, h);
 
         // 3. Earth field reference: horizontal magnitude along x, vertical part kept.
         const float horizontal_sq = h[1] * h[1] + h[2] * h[2];
         if (!(horizontal_sq >= 0.0f)) return;
         float b[3] = {sqrtf(horizontal_sq), 0.0f, h[3]};
-        const float nb = matrix_norm(b, 3);
+        const float nb = norm<3>(b);
         if (nb == 0.0f) return;
         for (float &c : b) c = c / nb;
         const float bx = b[0], bz = b[2];
@@ -101,19 +129,17 @@ CALMODULE_API void GradientDescent(const float acc[3], const float mag[3], const
         };
 
         // 6. Gradient of the squared residuals (up to a factor 2): J^T F.
-        float Jt[4 * 6];
         float gradient[4];
-        matrix_turn(J, 6, 4, Jt);
-        matrix_multiply(Jt, F, 4, 6, 1, gradient);
+        jacobian_t_times(J, F, gradient);
 
         // 7.-8. One step of fixed length against the gradient direction, published at
         //       once so that an early exit leaves the latest step behind.
-        const float g = matrix_norm(gradient, 4);
+        const float g = norm<4>(gradient);
         if (g == 0.0f) return;
         for (int i = 0; i < 4; ++i) q_out[i] = q[i] - (step * gradient[i]) / g;
 
         // 9. Back onto the unit sphere (the working copy only).
-        const float nq = matrix_norm(q_out, 4);
+        const float nq = norm<4>(q_out);
         if (nq == 0.0f) return;
         for (int i = 0; i < 4; ++i) q[i] = q_out[i] / nq;
     }

@@ -14,9 +14,10 @@
 
 namespace {
 
-// The rotation-vector family's half turn and full turn, radians.
-constexpr float kHalfTurn = 3.1416f;
-constexpr double kFullTurn = 2.0 * static_cast<double>(kHalfTurn);  // 6.2832 as a float, exactly
+// Half and full turn in radians for the heading correction of init_dcm, both in double:
+// the full turn is 6.2832 itself, not twice the float 3.1416.
+constexpr double kHalfTurn = 3.1416;
+constexpr double kFullTurn = 6.2832;
 
 inline std::ptrdiff_t at(int row, int col, int cols) {
     return static_cast<std::ptrdiff_t>(row) * cols + col;
@@ -205,7 +206,7 @@ CALMODULE_API void init_dcm(const float e[3], float q[4]) {
     float heading = e[0];
     const float pitch = e[1];
     const float roll = e[2];
-    if (static_cast<double>(heading) > static_cast<double>(kHalfTurn)) {
+    if (static_cast<double>(heading) > kHalfTurn) {
         heading = static_cast<float>(static_cast<double>(heading) - kFullTurn);
     }
 

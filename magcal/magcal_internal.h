@@ -41,9 +41,12 @@ inline void empty_dots(magcal_record *record) {
     for (auto &dot : record->dots) dot[0] = dot[1] = dot[2] = 0.0f;
 }
 
-// Set when a row of a double matrix could not be allocated; the sphere fit clears it
-// before it starts and gives up on the fit when it finds it set.
-extern bool cofactor_alloc_failed;
+// Cofactor expansion on a table of rows of any storage (the sphere fit keeps its
+// matrices on the stack). Orders 1 to kMaxCofactorOrder; indexes inside the matrix.
+constexpr int32_t kMaxCofactorOrder = 11;
+double cofactor_determinant(const double *const *rows, int32_t order);
+double cofactor_minor(const double *const *rows, int32_t order, int32_t i, int32_t j);
+double cofactor_signed(const double *const *rows, int32_t order, int32_t i, int32_t j);
 
 // Double to float as the hardware rounds, without the undefined behaviour of a C++
 // conversion of a value beyond the float range: such values become ±infinity.

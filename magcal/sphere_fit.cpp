@@ -7,7 +7,6 @@
 // reported is the mean centre of all held fits.
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 #include "calmodule/magcal.h"
@@ -23,22 +22,6 @@ constexpr float kGrossDeviation = 8.0f;
 constexpr int32_t kRunLimit = 4;
 constexpr int32_t kGrossRun = 10;
 constexpr int kOrder = 4;
-
-void release(double **rows) {
-    for (int i = 0; i < kOrder; ++i) {
-        std::free(rows[i]);
-        rows[i] = nullptr;
-    }
-}
-
-void release_both(double **normal, double **inverse) {
-    for (int i = 0; i < kOrder; ++i) {
-        std::free(normal[i]);
-        normal[i] = nullptr;
-        std::free(inverse[i]);
-        inverse[i] = nullptr;
-    }
-}
 
 void clear_fit(magcal_record *record, int32_t i) {
     record->radius[i] = 0.0f;
@@ -115,23 +98,16 @@ CALMODULE_API int32_t CalibrationFunc(magcal_record *record, float *offset) {
     };
     const double rhs[kOrder] = {sxs, sys, szs, -ss};
 
-    quarvel::cofactor_alloc_failed = false;
-    double *normal[kOrder] = {nullptr, nullptr, nullptr, nullptr};
-    double *inverse[kOrder] = {nullptr, nullptr, nullptr, nullptr};
-    Input(normal, kOrder, kOrder, normal_flat);
-    const double det = quarvel::cofactor_alloc_failed ? 0.0 : Determinant(normal, kOrder);
-    // Out of memory for a row, the fit gives up as for a singular matrix.
-    if (det == 0.0 || quarvel::cofactor_alloc_failed) {
-        release(normal);
-        return -6;
-    }
-    Inverse(normal, inverse, kOrder, det);
-    if (quarvel::cofactor_alloc_failed) {
-        release_both(normal, inverse);
-        return -6;
-    }
+    // The normal matrix and its inverse as tables of rows on the stack: the same
+    // cofactor arithmetic as Determinant and Inverse, without a heap on the event path.
+    const double *normal[kOrder] = {normal_flat[0], normal_flat[1], normal_flat[2], normal_flat[3]};
+    const double det = quarvel::cofactor_determinant(normal, kOrder);
+    if (det == 0.0) return -6;
+    // Adjugate over the determinant: the transposed signed minors.
     double inv_flat[kOrder][4];
-    Output(inverse, kOrder, kOrder, inv_flat);
+    for (int i = 0; i < kOrder; ++i) {
+        for (int j = 0; j < kOrder; ++j) inv_flat[j][i] = quarvel::cofactor_signed(normal, kOrder, i, j) / det;
+    }
 
     double p[kOrder];
     for (int i = 0; i < kOrder; ++i) {
@@ -149,12 +125,10 @@ CALMODULE_API int32_t CalibrationFunc(magcal_record *record, float *offset) {
     // coefficients mean no usable fit: both are refused like a radius out of range, so
     // no NaN radius ever reaches the held fits or the reference radius.
     if (!(radicand >= 0.0)) {
-        release_both(normal, inverse);
         return -7;
     }
     const double radius = std::sqrt(radicand);
     if (!(radius <= kRadiusMax && radius >= kRadiusMin)) {
-        release_both(normal, inverse);
         return -7;
     }
 
@@ -203,7 +177,6 @@ CALMODULE_API int32_t CalibrationFunc(magcal_record *record, float *offset) {
         for (int32_t i = 0; i < record->fitCount; ++i) clear_fit(record, i);
         record->fitCount = 0;
         record->radiusErrCount = 0;
-        release_both(normal, inverse);
         return -8;
     }
 
@@ -221,7 +194,6 @@ CALMODULE_API int32_t CalibrationFunc(magcal_record *record, float *offset) {
     const float n = static_cast<float>(record->fitCount);
     for (int k = 0; k < 3; ++k) offset[k] = sum[k] / n * 0.5f;
 
-    release_both(normal, inverse);
     return 3;
 }
 

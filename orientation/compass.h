@@ -18,6 +18,15 @@ void horizontal_field(const float mag[3], float pitch, float roll, float h[2]);
 // towards +X; 0 for (0, 0), NaN when X or Y is not a number.
 float orientation_heading_radians(float X, float Y);
 
+// The reported pitch and roll of a unit gravity vector g from the tilt angles
+// p = GetPitch(g) and r = GetRoll(g) already at hand for the compensation:
+// GetPitchAngle is -GetRoll (0 when y and z both vanish) and GetRollAngle is
+// -GetPitch, bit for bit, so each arc function runs once per event, not twice.
+inline void reported_tilt(const float g[3], float p, float r, float *pitch, float *roll) {
+    *pitch = (g[1] == 0.0f && g[2] == 0.0f) ? 0.0f : -r;
+    *roll = -p;
+}
+
 }  // namespace quarvel
 
 #endif

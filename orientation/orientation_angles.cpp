@@ -30,6 +30,5 @@ extern "C" CALMODULE_API void GetOrientationAngles(float mag[3], const float g[3
 
     // 6.-8. Heading of the low-passed pair; reported pitch and roll.
     out[0] = quarvel::orientation_heading_radians(horizontal[0], horizontal[1]);
-    GetPitchAngle(g, &out[1]);
-    GetRollAngle(g, &out[2]);
+    quarvel::reported_tilt(g, p, r, &out[1], &out[2]);
 }

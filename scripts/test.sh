@@ -6,6 +6,9 @@
 #   clang    clang at -O2: likewise
 #   armhf    32-bit ARM, cross-built, tests under qemu-arm
 #   arm64    64-bit ARM, cross-built, tests under qemu-aarch64
+# After the release build, a check of its own: instructions per event of each path,
+# counted by callgrind on the real recording, against their budgets
+# (bench/instructions.sh).
 # Every build runs to the end; the script fails if any of them failed.
 #   bash scripts/test.sh                 all of them
 #   bash scripts/test.sh armhf arm64     just these presets (after setup)
@@ -30,8 +33,22 @@ run_preset() {
   fi
 }
 
+run_instructions() {
+  local start=$SECONDS
+  echo "== instructions per event (release, callgrind)"
+  if bash bench/instructions.sh build/release; then
+    timings+=("instructions $((SECONDS - start))s")
+  else
+    timings+=("instructions FAILED after $((SECONDS - start))s")
+    failed+=("instructions")
+  fi
+}
+
 for preset in "${presets[@]}"; do
   run_preset "$preset"
+  if [ "$preset" = release ] && [[ " ${failed[*]} " != *" release "* ]]; then
+    run_instructions
+  fi
 done
 
 echo "== times: ${timings[*]}; total ${SECONDS}s"

@@ -31,8 +31,7 @@ CALMODULE_API void softgy_GetOrientationAngles(const float mag[3], const float a
 
     float pitch;
     float roll;
-    GetPitchAngle(acc, &pitch);
-    GetRollAngle(acc, &roll);
+    quarvel::reported_tilt(acc, p, r, &pitch, &roll);
     angles[0] = quarvel::orientation_heading_radians(h[0], h[1]);
     angles[1] = pitch;
     angles[2] = roll;

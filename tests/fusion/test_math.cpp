@@ -139,10 +139,10 @@ TEST(InitDcm, EulerAnglesComeBackThroughTheRotationVectorsExtraction) {
                                 std::atan2(2 * (q0 * q1 + q2 * q3), q0 * q0 - q1 * q1 - q2 * q2 + q3 * q3)};
         for (int i = 0; i < 3; ++i) EXPECT_NEAR(back[i], e[i], 2e-4) << "trial " << trial << " angle " << i;
     }
-    // A heading above 3.1416 is wrapped once by 2 * 3.1416; 3.1416 itself and headings
-    // below minus half a turn are not.
-    const float beyond[3] = {4.0f, 0.3f, -0.2f},
-                wrapped[3] = {static_cast<float>(4.0 - 2.0 * double{3.1416f}), 0.3f, -0.2f};
+    // A heading above 3.1416 is wrapped once by the double 6.2832 (not twice the float
+    // 3.1416, which rounds differently here); 3.1416 itself and headings below minus half
+    // a turn are not.
+    const float beyond[3] = {4.0f, 0.3f, -0.2f}, wrapped[3] = {static_cast<float>(4.0 - 6.2832), 0.3f, -0.2f};
     init_dcm(beyond, q);
     init_dcm(wrapped, r);
     expect_bits(q, {r[0], r[1], r[2], r[3]});

@@ -3,8 +3,11 @@
 // the field supervision that steers the calibration, and the heading correction.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
+#include <random>
 #include <ostream>
 
 #include "calmodule/magcal.h"
@@ -94,6 +97,40 @@ TEST(TrimmedMean, EachSmootherAveragesTheMiddleFourOfItsOwnEightSampleRings) {
         if (i >= 7) {
             EXPECT_EQ(v[0], want[i - 7]) << i;
         }
+    }
+}
+
+TEST(TrimmedMean, OrderedRingsGiveTheBitsOfSortingTheWholeRing) {
+    // The smoothers keep their rings ordered as samples arrive; whatever arrives (NaN,
+    // infinities, signed zeros, repeats), each mean must be the bits of the early-exit
+    // bubble sort of the whole ring, middle values summed upward from 0, then divided.
+    const auto reference = [](const float *ring, int n) {
+        std::array<float, 10> s{};
+        std::copy(ring, ring + n, s.begin());
+        for (int pass = 1; pass < n; ++pass) {
+            bool swapped = false;
+            for (int j = n - 1; j >= pass; --j) {
+                if (s[j] < s[j - 1]) std::swap(s[j], s[j - 1]), swapped = true;
+            }
+            if (!swapped) break;
+        }
+        float sum = 0.0f;
+        for (int i = 2; i < n - 2; ++i) sum += s[i];
+        return sum / static_cast<float>(n - 4);
+    };
+    const float pool[] = {0.0f, -0.0f, 1.0f, -1.0f, 2.5f, 2.5f, 1e30f, -3e-40f, INFINITY, -INFINITY, NAN};
+    std::mt19937 rng(5);
+    float ring8[8] = {}, ring10[10] = {};
+    for (int i = 0; i < 4000; ++i) {
+        // Mostly ordinary values, so that NaNs come and go and long runs go without one.
+        const float x = rng() % 4 ? std::uniform_real_distribution<float>(-50, 50)(rng) : pool[rng() % 11];
+        ring8[i % 8] = ring10[i % 10] = x;
+        float three[3] = {x, 0, 0}, xyz[3] = {x, 0, 0};
+        CalibrationThree(three);
+        RCalibrationXYZ(xyz);
+        const float want8 = reference(ring8, 8), want10 = reference(ring10, 10);
+        ASSERT_EQ(std::memcmp(&three[0], &want8, 4), 0) << "sample " << i << ": " << three[0] << " vs " << want8;
+        ASSERT_EQ(std::memcmp(&xyz[0], &want10, 4), 0) << "sample " << i << ": " << xyz[0] << " vs " << want10;
     }
 }
 
