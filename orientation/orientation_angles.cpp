@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "calmodule/orientation.h"
+#include "magcal/magcal_internal.h"
 #include "orientation/heading.h"
 
 namespace quarvel {
@@ -58,7 +59,9 @@ extern "C" CALMODULE_API void GetOrientationAngles(float mag[3], const float g[3
     const double sin_p = std::sin(pd);
     const double hx = mx * std::cos(pd) + (my * std::sin(rd)) * sin_p + (mz * std::cos(rd)) * sin_p;
     const double hy = my * std::cos(rd) - mz * std::sin(rd);
-    float horizontal[2] = {static_cast<float>(hx), static_cast<float>(hy)};
+    // Fields near the float limit can project beyond it: infinity then, as the
+    // hardware rounds, rather than an undefined conversion.
+    float horizontal[2] = {quarvel::narrow_to_float(hx), quarvel::narrow_to_float(hy)};
 
     // 4.-5. Trimmed mean, then the 0.8/0.2 low-pass.
     CalibrationXY(horizontal);

@@ -5,6 +5,7 @@
 
 #include "calmodule/orientation.h"
 #include "calmodule/softgyro.h"
+#include "magcal/magcal_internal.h"
 #include "orientation/heading.h"
 #include "softgyro/softgyro_state.h"
 
@@ -37,9 +38,11 @@ CALMODULE_API void softgy_GetOrientationAngles(const float mag[3], const float a
     const double cos_p = std::cos(static_cast<double>(p));
     const double sin_r = std::sin(static_cast<double>(r));
     const double cos_r = std::cos(static_cast<double>(r));
+    // Fields near the float limit can project beyond it: infinity then, as the
+    // hardware rounds, rather than an undefined conversion.
     float h[2];
-    h[0] = static_cast<float>(mx * cos_p + my * sin_r * sin_p + mz * cos_r * sin_p);
-    h[1] = static_cast<float>(my * cos_r - mz * sin_r);
+    h[0] = quarvel::narrow_to_float(mx * cos_p + my * sin_r * sin_p + mz * cos_r * sin_p);
+    h[1] = quarvel::narrow_to_float(my * cos_r - mz * sin_r);
 
     softgy_CalibrationXY(h);
 
