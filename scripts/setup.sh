@@ -22,7 +22,7 @@ pkgs=(
   "android-liblog-dev:$(dpkg --print-architecture)" android-liblog-dev:armhf android-liblog-dev:arm64
   libcli11-dev libfmt-dev nlohmann-json3-dev
   g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
-  chromium
+  chromium valgrind
 )
 missing=()
 for p in "${pkgs[@]}"; do
