@@ -13,13 +13,10 @@
 // last published vector and change nothing. The period is the caller's sampling period;
 // we read it as milliseconds (1 ms to 1 s), but only its range matters here.
 //
-// Bad input is screened only as above. A NaN sample travels on: a lone one is usually
-// dropped by the trimmed mean, but once a NaN reaches the low-pass state that state
-// stays NaN, every later descent stops before its first step, and the estimator reports
-// the identity attitude (rotation vector 0, gravity straight down) until the library
-// is reloaded. Defined, never a crash; kept so that the estimator's arithmetic is the
-// same for every input. Callers with sensors that can report NaN drop such samples
-// before calling.
+// Bad input: an accelerometer sample without a direction (NaN, or too small to
+// square) is rejected like an all-zero one; an infinite one is clamped like any
+// other. The field comes from the calibration driver, which admits only plausible
+// fields. So every state below stays finite and a bad sample is forgotten at once.
 #include <cmath>
 
 #include "fusion/rv_state.h"
@@ -131,14 +128,6 @@ CALMODULE_API void get_rv_value(const float acc[3], const int32_t *period, float
     RunRVFlag = 1;
     float q[4] = {1.0f, 0.0f, 0.0f, 0.0f};
 
-    // 2.-3. Rejected samples return the last published vector.
-    const bool period_ok = *period >= kMinPeriod && *period <= kMaxPeriod;
-    if (!period_ok || (acc[0] == 0.0f && acc[1] == 0.0f && acc[2] == 0.0f)) {
-        for (int i = 0; i < 3; ++i) out[i] = m_rvector[i];
-        RunRVFlag = 0;
-        return;
-    }
-
     // 4. Accelerometer direction: g units, each axis clamped to +-1 g, then unit length.
     float a[3];
     for (int i = 0; i < 3; ++i) {
@@ -146,8 +135,18 @@ CALMODULE_API void get_rv_value(const float acc[3], const int32_t *period, float
         if (a[i] > 1.0f) a[i] = 1.0f;
         if (a[i] < -1.0f) a[i] = -1.0f;
     }
-    const float a_norm =
-        static_cast<float>(std::sqrt(static_cast<double>(a[0] * a[0] + a[1] * a[1] + a[2] * a[2])));
+    const float a_sq = a[0] * a[0] + a[1] * a[1] + a[2] * a[2];
+
+    // 2.-3. Rejected samples return the last published vector. A sample whose square
+    //       is zero (underflow included) or NaN has no direction: normalising it would
+    //       put 0/0 into the smoothing rings and the low-pass state for good.
+    const bool period_ok = *period >= kMinPeriod && *period <= kMaxPeriod;
+    if (!period_ok || (acc[0] == 0.0f && acc[1] == 0.0f && acc[2] == 0.0f) || !(a_sq > 0.0f)) {
+        for (int i = 0; i < 3; ++i) out[i] = m_rvector[i];
+        RunRVFlag = 0;
+        return;
+    }
+    const float a_norm = static_cast<float>(std::sqrt(static_cast<double>(a_sq)));
     for (float &c : a) c = c / a_norm;
 
     // 5. The calibrated field in the accelerometer's axes: x and y exchanged.
@@ -203,7 +202,10 @@ CALMODULE_API void get_rv_value(const float acc[3], const int32_t *period, float
         m_rvector[i] = out[i];
         update_Q[i + 1] = out[i];
     }
-    update_Q[0] = sqrtf(1.0f - out[0] * out[0] - out[1] * out[1] - out[2] * out[2]);
+    //     Rounding can push the blended vector part just past unit length half a turn
+    //     away; its scalar part is then 0, not the NaN of a negative square root.
+    const float scalar_sq = 1.0f - out[0] * out[0] - out[1] * out[1] - out[2] * out[2];
+    update_Q[0] = sqrtf(scalar_sq > 0.0f ? scalar_sq : 0.0f);
 
     RunRVFlag = 0;
 }

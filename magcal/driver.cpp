@@ -28,9 +28,20 @@ CALMODULE_API int32_t qv730_run_library(float x, float y, float z) {
     const float s[3] = {x * kChipScale[0], y * kChipScale[1], z * kChipScale[2]};
     // A chip that has not produced a reading yet reports all zeros: not a sample.
     if (s[0] == 0.0f && s[1] == 0.0f && s[2] == 0.0f) return -15;
+    // A glitch of the chip or its driver (NaN, infinite, or a count whose scaling
+    // leaves the plausible range) is refused the same way: once in, it would stay in
+    // the calibrated field, the output low-pass and the estimators that read them
+    // until reload. Refused, the filters see the previous calibrated field again.
+    if (!plausible_field(s[0]) || !plausible_field(s[1]) || !plausible_field(s[2])) return -15;
 
     if (first_read_done == 0) {
-        if (ReadParameterFromFile(stored) == 8) {
+        // A stored offset beyond any plausible field (a damaged file) would be
+        // subtracted from every sample: start from zero as without a file.
+        const int32_t read = ReadParameterFromFile(stored);
+        const bool stored_ok =
+            plausible_field(stored[0]) && plausible_field(stored[1]) && plausible_field(stored[2]);
+        if (!stored_ok) stored[0] = stored[1] = stored[2] = 0.0f;
+        if (read == 8 && stored_ok) {
             FusionInitDevice(1, stored);
             for (int i = 0; i < 3; ++i) cali_offset[i] = stored[i];
         } else {

@@ -13,6 +13,8 @@ namespace quarvel {
 namespace {
 
 int mag_cal_convert(const sensors_event_t *in, sensors_event_t *out) {
+    // A null record is outside the host contract; refuse it quietly rather than crash.
+    if (in == nullptr || out == nullptr) return -11;
     if (in->type != CALMODULE_TYPE_MAGNETIC_FIELD) return -11;
     const float x = in->data[0];
     const float y = in->data[1];
@@ -36,6 +38,8 @@ int mag_cal_convert(const sensors_event_t *in, sensors_event_t *out) {
 }
 
 int mag_cal_config(int cmd, cal_algo_args *args) {
+    // A null argument record is outside the host contract; ignore the call.
+    if (args == nullptr) return 0;
     if (cmd == CALMODULE_CMD_ENABLE) {
         __android_log_print(ANDROID_LOG_DEBUG, kLogTag, "Enable status changed to %d\n", args->enable);
     } else if (cmd == CALMODULE_CMD_POLL_RATE) {
@@ -45,6 +49,7 @@ int mag_cal_config(int cmd, cal_algo_args *args) {
 }
 
 int mag_uncal_convert(const sensors_event_t *in, sensors_event_t *out) {
+    if (in == nullptr || out == nullptr) return -1;  // outside the host contract, as above
     if (in->type != CALMODULE_TYPE_MAGNETIC_FIELD) return -1;
     // The host put the calibrated field in data[0..2] and the raw one in data[4..6].
     const float cal[3] = {in->data[0], in->data[1], in->data[2]};

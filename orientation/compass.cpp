@@ -3,6 +3,8 @@
 #include <cmath>
 #include <limits>
 
+#include "magcal/magcal_internal.h"
+
 namespace quarvel {
 
 namespace {
@@ -26,8 +28,10 @@ void horizontal_field(const float mag[3], float pitch, float roll, float h[2]) {
     const double sin_p = std::sin(pd);
     const double hx = mx * std::cos(pd) + (my * std::sin(rd)) * sin_p + (mz * std::cos(rd)) * sin_p;
     const double hy = my * std::cos(rd) - mz * std::sin(rd);
-    h[0] = static_cast<float>(hx);
-    h[1] = static_cast<float>(hy);
+    // Fields near the float limit can project beyond it: infinity then, as the
+    // hardware rounds, rather than an undefined conversion.
+    h[0] = narrow_to_float(hx);
+    h[1] = narrow_to_float(hy);
 }
 
 float orientation_heading_radians(float X, float Y) {

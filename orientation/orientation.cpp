@@ -19,11 +19,10 @@
 // axis reads at least 200/1024 g upwards; if none does (face down, for example)
 // no sample is admitted.
 //
-// Bad input: NaN or infinite components never stop a call. Every test below is a
-// plain IEEE comparison, so a NaN simply fails it (a NaN change of acceleration
-// does not count as still; a NaN field jump fires no band) and the angles become
-// whatever the arithmetic gives, NaN included. There are no float-to-integer
-// conversions and no indexes derived from the inputs.
+// Bad input: a call whose acceleration has no direction (NaN, or too small to square)
+// or whose field is no reading (NaN, infinite, beyond any chip) is refused like an
+// all-zero one. An infinite acceleration is clamped to one g like any other. There
+// are no float-to-integer conversions and no indexes derived from the inputs.
 #include <cmath>
 
 #include "calmodule/magcal.h"
@@ -96,6 +95,20 @@ constexpr AzimuthCorrection kCorrections[] = {
 };
 
 bool all_zero(const float *v) { return v[0] == 0.0f && v[1] == 0.0f && v[2] == 0.0f; }
+
+// Accelerometer reading (m/s²) in g, clamped to one g per axis.
+float in_g(float a) {
+    float g = a / kStandardGravity;
+    if (g > 1.0f) g = 1.0f;
+    if (g < -1.0f) g = -1.0f;
+    return g;
+}
+
+// Squared length of the clamped gravity, the squares summed y, x, z.
+float gravity_square(const float *acc) {
+    const float gx = in_g(acc[0]), gy = in_g(acc[1]), gz = in_g(acc[2]);
+    return gy * gy + gx * gx + gz * gz;
+}
 
 // Field change against the frozen reference on one axis, recomputed from the
 // current `mag` at each band.
@@ -231,6 +244,11 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
     // 1. Nothing to work with: no state changes, no output.
     if (all_zero(acc)) return;
     if (all_zero(mag)) return;
+    // Nor is there in an acceleration without a direction (NaN, or too small to
+    // square: unit gravity would be 0/0), nor in a field that is no reading (NaN,
+    // infinite, beyond any chip). Either would stay in the heading low-pass for good.
+    if (!(gravity_square(acc) > 0.0f)) return;
+    if (!plausible_field(mag[0]) || !plausible_field(mag[1]) || !plausible_field(mag[2])) return;
 
     // 2.-7. Stillness, Holding and the field supervision.
     const SupervisionState state = exported_supervision();
@@ -242,11 +260,8 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
     float g[3];
     float scaled[3];
     for (int i = 0; i < 3; ++i) {
-        float gi = acc[i] / kStandardGravity;
-        if (gi > 1.0f) gi = 1.0f;
-        if (gi < -1.0f) gi = -1.0f;
-        g[i] = gi;
-        scaled[i] = gi * kGScale;
+        g[i] = in_g(acc[i]);
+        scaled[i] = g[i] * kGScale;
     }
     cali_flag = (scaled[0] < kUpwardsForSampling && scaled[1] < kUpwardsForSampling &&
                  scaled[2] < kUpwardsForSampling)

@@ -6,6 +6,7 @@
 #   clang    clang at -O2: likewise
 #   armhf    32-bit ARM, cross-built, tests under qemu-arm
 #   arm64    64-bit ARM, cross-built, tests under qemu-aarch64
+#   fuzz     every libFuzzer target for 45 s (scripts/fuzz.sh; FUZZ_SECONDS=n to change)
 # After the release build, a check of its own: instructions per event of each path,
 # counted by callgrind on the real recording, against their budgets
 # (bench/instructions.sh).
@@ -18,14 +19,19 @@ cd "$(dirname "$0")/.."
 bash scripts/setup.sh || { echo "setup failed" >&2; exit 1; }
 
 presets=("$@")
-[ "${#presets[@]}" -gt 0 ] || presets=(release asan debug clang armhf arm64)
+[ "${#presets[@]}" -gt 0 ] || presets=(release asan debug clang armhf arm64 fuzz)
 
 failed=()
 timings=()
 run_preset() {
   local preset=$1 start=$SECONDS
   echo "== ${preset}: configure, build, test"
-  if cmake --preset "$preset" >/dev/null && cmake --build --preset "$preset" && ctest --preset "$preset"; then
+  if [ "$preset" = fuzz ]; then
+    run=(bash scripts/fuzz.sh "${FUZZ_SECONDS:-45}")
+  else
+    run=(eval 'cmake --preset "$preset" >/dev/null && cmake --build --preset "$preset" && ctest --preset "$preset"')
+  fi
+  if "${run[@]}"; then
     timings+=("${preset} $((SECONDS - start))s")
   else
     timings+=("${preset} FAILED after $((SECONDS - start))s")

@@ -467,30 +467,29 @@ TEST(EarlyReturn, ZeroAccelerationOrZeroFieldChangesNothing) {
     }
 }
 
-// No crash and no undefined behaviour (the sanitizer build runs this); the values are
-// what IEEE comparisons give: a NaN never counts as still and never falls in a band.
-TEST(BadInput, NaNAndInfiniteVectorsAreCarriedThroughAsIEEEValues) {
+// Readings the arithmetic cannot carry (no direction, no field) are refused like
+// all-zero ones: no output, nothing counted. Infinite accelerations are clamped to one g.
+TEST(BadInput, ReadingsWithoutDirectionOrFieldAreRefused) {
     const float nan = std::nanf(""), inf = INFINITY;
-    float out[3];
-    call(Reading{{nan, 0, 9.8f}, {20, 10, -40}}, out);
-    EXPECT_EQ(run_o, 1);
-    EXPECT_TRUE(std::isnan(out[2]));
-    call(Reading{{0, 0, 9.8f}, {20, 10, -40}}, out);
-    EXPECT_EQ(run_ret, 0);  // the change from NaN is not still
-    for (const Reading &r : {Reading{{0, 0, 9.8f}, {inf, 10, -40}}, Reading{{0, 0, 9.8f}, {nan, nan, nan}},
-                             Reading{{inf, -inf, 9.8f}, {20, 10, -40}}, Reading{{0, 0, inf}, {1e38f, -1e38f, 1e38f}},
-                             Reading{{nan, nan, nan}, {nan, nan, nan}}}) {
-        call(r, out);
-    }
-    // WHILE holding, an infinite change on x with y in the small band is a jump
     const Reading r = device(90.0);
+    float out[3];
     hold(r, out);
-    call(Reading{{r.acc[0], r.acc[1], r.acc[2]}, {inf, r.mag[1] + 10.0f, r.mag[2]}}, out);
+    const int16_t still_calls = run_ret;
+    for (const Reading &bad : {Reading{{nan, 0, 9.8f}, {20, 10, -40}}, Reading{{1e-30f, 0, 0}, {20, 10, -40}},
+                               Reading{{0, 0, 9.8f}, {inf, 10, -40}}, Reading{{0, 0, 9.8f}, {nan, nan, nan}},
+                               Reading{{0, 0, 9.8f}, {3e36f, 0, 0}}}) {
+        float untouched[3] = {-7, -7, -7};
+        call(bad, untouched);
+        for (float o : untouched) EXPECT_EQ(o, -7.0f);
+    }
+    EXPECT_EQ(run_ret, still_calls);
+    // WHILE holding, a huge but finite jump on x raises the restart
+    call(Reading{{r.acc[0], r.acc[1], r.acc[2]}, {1e30f, r.mag[1] + 10.0f, r.mag[2]}}, out);
     EXPECT_EQ(cali_ret, 1);
-    // AND a NaN field change fires no band: the reference replaces the field
-    call(Reading{{r.acc[0], r.acc[1], r.acc[2]}, {nan, nan, nan}}, out);
-    EXPECT_EQ(cali_ret, 0);
-    EXPECT_EQ(noise_mag, 0);
+    // AND an infinite acceleration is a movement like any other
+    call(Reading{{inf, -inf, 9.8f}, {20, 10, -40}}, out);
+    EXPECT_EQ(run_o, 1);
+    for (float o : out) EXPECT_TRUE(std::isfinite(o));
 }
 
 }  // namespace
