@@ -45,6 +45,14 @@ TEST(CofactorInverse, RefusesOrdersBeyondTheMinorTableAndFindsEqualRowsSingular)
     EXPECT_EQ(AlCo(rows, 2, 0, 1), -2.0);  // the signed minor of (0, 1)
     EXPECT_EQ(Determinant(nullptr, 0), 0.0);
     EXPECT_EQ(Determinant(nullptr, 12), 0.0);
+    // Input and Output copy a single element too.
+    const double one[4][4] = {{5}};
+    double *a[4] = {}, out[4][4] = {};
+    Input(a, 1, 1, one);
+    EXPECT_EQ(Determinant(a, 1), 5.0);
+    Output(a, 1, 1, out);
+    EXPECT_EQ(out[0][0], 5.0);
+    std::free(a[0]);
 }
 
 float fit_offset[3] = {-1, -1, -1};
@@ -335,12 +343,14 @@ TEST(ParameterFile, ReaderCodesForMalformedFiles) {
     const float u = 77.0f;  // untouched
     const struct { const char *what; std::string bytes; int32_t code; Vec3 values; } cases[] = {
         {"longer first field", "-123.456789:5.000000:7.000000:", 8, {-123.456789f, 5.0f, 7.0f}},
+        {"trailing newline", "1.000000:2.000000:3.000000:\n", 8, {1, 2, 3}},
         {"empty", "", -20, {u, u, u}},
         {"20 bytes", "1.00000:2.00000:3.0:", -20, {u, u, u}},
         {"43 bytes", "1.0000000000000:2.000000000000:3.000000000:", -20, {u, u, u}},
         {"two colons", "11.000000:22.000000:3", -22, {11, 22, u}},
         {"33-character field", "000000000000000000000000000000000:1:2:", -21, {u, u, u}},
         {"no colon at all", "123456789012345678901234", -22, {0, u, u}},
+        {"binary", std::string("\0\0\xff\x01:\x80\0:\n\n:\0\0\0\0\0\0\0\0\0\0\xfe", 23), -22, {0, u, u}},
         {"second line shorter", "1.000000:2.000000:3.000000:\n9:", 8, {9, 0, 2}},
         {"last line wins", "11.500000:22.500000:\n7:8:9:\n", 8, {7, 8, 9}},
         {"missing", "", -19, {u, u, u}},
