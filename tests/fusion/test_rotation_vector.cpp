@@ -64,6 +64,7 @@ TEST(RotationVector, FirstSampleSeedsOnlyAndPeriodsOutsideOneToThousandChangeNot
     expect_bits(q_l_old, {0, 0, 0});
     EXPECT_EQ(q_l_flag, 1);
     EXPECT_EQ(RunRVFlag, 0);
+    EXPECT_EQ(quarvel::rv_low_pass.seeded, 1);
     d.run(14);
     ASSERT_NE(m_rvector[0], 0.0f);
     const std::string before = snapshot();
