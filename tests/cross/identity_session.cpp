@@ -54,42 +54,39 @@ using testsupport::make_event;
 
 std::string g_out;
 
+// One transcript line: a label, " =", then each value as an exact hexadecimal float.
 class Line {
 public:
     explicit Line(const char *fmt, ...) __attribute__((format(printf, 2, 3))) {
-        char buf[160];
         va_list ap;
         va_start(ap, fmt);
-        std::vsnprintf(buf, sizeof buf, fmt, ap);
+        append(160, fmt, ap);
         va_end(ap);
-        text_ = buf;
         text_ += " =";
     }
     ~Line() { g_out += text_ + "\n"; }
-    Line &f(float v) {
-        if (v != v) return word("f:nan");
-        return add("f:%a", static_cast<double>(v));
-    }
+    Line &f(float v) { return v != v ? word("f:nan") : add("f:%a", static_cast<double>(v)); }
     Line &fs(const float *v, int n) {
         for (int i = 0; i < n; ++i) f(v[i]);
         return *this;
     }
-    Line &d(double v) {
-        if (v != v) return word("d:nan");
-        return add("d:%a", v);
-    }
+    Line &d(double v) { return v != v ? word("d:nan") : add("d:%a", v); }
     Line &i(long long v) { return add("i:%lld", v); }
     Line &word(const char *w) { return add("%s", w); }
 
 private:
+    // Labels are cut at 159 characters and values at 63, as the fixture was written.
+    void append(size_t size, const char *fmt, va_list ap) {
+        char buf[160];
+        std::vsnprintf(buf, size, fmt, ap);
+        text_ += buf;
+    }
     Line &add(const char *fmt, ...) __attribute__((format(printf, 2, 3))) {
-        char buf[64];
+        text_ += " ";
         va_list ap;
         va_start(ap, fmt);
-        std::vsnprintf(buf, sizeof buf, fmt, ap);
+        append(64, fmt, ap);
         va_end(ap);
-        text_ += " ";
-        text_ += buf;
         return *this;
     }
     std::string text_;
@@ -113,13 +110,9 @@ struct Mat3 {
 
 Mat3 multiply(const Mat3 &a, const Mat3 &b) {
     Mat3 r;
-    for (int i = 0; i < 3; ++i) {
-        for (int j = 0; j < 3; ++j) {
-            float s = a.m[i * 3] * b.m[j];
-            s = s + a.m[i * 3 + 1] * b.m[3 + j];
-            s = s + a.m[i * 3 + 2] * b.m[6 + j];
-            r.m[i * 3 + j] = s;
-        }
+    for (int i = 0; i < 9; ++i) {
+        const int row = i / 3 * 3, j = i % 3;
+        r.m[i] = a.m[row] * b.m[j] + a.m[row + 1] * b.m[3 + j] + a.m[row + 2] * b.m[6 + j];
     }
     return r;
 }
@@ -140,12 +133,7 @@ Mat3 step_rotation(int axis, int direction) {
 
 // World vector into the device frame: R maps device to world, so this is R^T w.
 void to_device(const Mat3 &r, const float w[3], float out[3]) {
-    for (int i = 0; i < 3; ++i) {
-        float s = r.m[i] * w[0];
-        s = s + r.m[3 + i] * w[1];
-        s = s + r.m[6 + i] * w[2];
-        out[i] = s;
-    }
+    for (int i = 0; i < 3; ++i) out[i] = r.m[i] * w[0] + r.m[3 + i] * w[1] + r.m[6 + i] * w[2];
 }
 
 constexpr float kGravity[3] = {0.0f, 0.0f, 9.80665f};  // what an accelerometer lying flat reads

@@ -6,7 +6,7 @@
 
 #include "calmodule/magcal.h"
 #include "support/failing_malloc.h"
-#include "tests/magcal/sphere_samples.h"
+#include "support/device.h"
 
 using testsupport::malloc_calls;
 using testsupport::malloc_fail_at;
@@ -26,7 +26,8 @@ TEST(AllocationFailure, InputAndInverseLeaveNoRowsAndTheFitTakesNone) {
     malloc_fail_at = -1;
 
     FusionInit();
-    magcal_test::twelve_on_sphere({10, -20, 5}, 40, Msensor.dots);
+    const float centre[3] = {10, -20, 5};
+    testsupport::twelve_on_sphere(centre, 40, Msensor.dots);
     Msensor.dotsCount = 12;
     Msensor.dotsFull = 1;
     float offset[3];

@@ -15,47 +15,45 @@
 #include "magcal/calibration_state.h"
 #include "magcal/magcal_internal.h"
 #include "support/test_env.h"
-#include "tests/magcal/sphere_samples.h"
+#include "support/device.h"
 
 namespace {
 
-using magcal_test::expect3;
-using magcal_test::twelve_on_sphere;
-using magcal_test::Vec3;
+struct Vec3 {
+    float x, y, z;
+};
+// Three floats against the expected ones: equal, or within tol when tol > 0.
+void expect3(const float *got, const Vec3 &want, float tol = 0.0f) {
+    const float w[3] = {want.x, want.y, want.z};
+    for (int i = 0; i < 3; ++i) {
+        if (tol > 0.0f) EXPECT_NEAR(got[i], w[i], tol) << "axis " << i;
+        else EXPECT_EQ(got[i], w[i]) << "axis " << i;
+    }
+}
+void twelve_on_sphere(const Vec3 &c, float radius, float out[12][3]) {
+    const float centre[3] = {c.x, c.y, c.z};
+    testsupport::twelve_on_sphere(centre, radius, out);
+}
 using quarvel::cali_level;
 using quarvel::cali_mag_values;
 using quarvel::cali_offset;
 using testsupport::write_param_file;
 
-TEST(CofactorInverse, DeterminantAndInverseExamples) {
-    struct Rows {  // what Input and Inverse allocate
-        double *r[4] = {};
-        ~Rows() { for (double *p : r) std::free(p); }
-    };
-    const struct { int n; double m[4][4], det, inverse[4][4]; } cases[] = {
-        {1, {{5}}, 5, {{0.2}}},
-        {2, {{4, 7}, {2, 6}}, 10, {{0.6, -0.7}, {-0.2, 0.4}}},
-        {2, {{1, 2}, {3, 4}}, -2, {{-2, 1}, {1.5, -0.5}}},
-        {4, {{0, 2, 0, 0}, {0, 0, 0, 4}, {8, 0, 0, 0}, {0, 0, 1, 0}}, -64,
-         {{0, 0, 0.125, 0}, {0.5, 0, 0, 0}, {0, 0, 0, 1}, {0, 0.25, 0, 0}}},
-        {4, {{1, 2, 3, 4}, {5, 6, 7, 8}, {1, 2, 3, 4}, {2, 0, 1, 9}}, 0, {}},  // equal rows
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << "order " << c.n << ", determinant " << c.det);
-        Rows a, inv;
-        Input(a.r, c.n, c.n, c.m);
-        ASSERT_EQ(Determinant(a.r, c.n), c.det);
-        if (c.det == 0 || c.n == 1) continue;  // order 1 has no minor to form an adjugate from
-        Inverse(a.r, inv.r, c.n, c.det);
-        double out[4][4] = {};
-        Output(inv.r, c.n, c.n, out);
-        for (int i = 0; i < 16; ++i) EXPECT_EQ(out[i / 4][i % 4], c.inverse[i / 4][i % 4]) << i;
-        if (c.n != 2) continue;
-        EXPECT_EQ(Cofactor(a.r, 2, 0, 1), c.m[1][0]);  // the minor of (0, 1)...
-        EXPECT_EQ(AlCo(a.r, 2, 0, 1), -c.m[1][0]);     // ...and its signed cofactor
-    }
+TEST(CofactorInverse, RefusesOrdersBeyondTheMinorTableAndFindsEqualRowsSingular) {
+    double row[2][4] = {{1, 2, 3, 4}, {2, 0, 1, 9}}, *rows[4] = {row[0], row[1], row[0], row[1]};
+    EXPECT_EQ(Determinant(rows, 4), 0.0);
+    EXPECT_EQ(Determinant(rows, 2), -4.0);
+    EXPECT_EQ(AlCo(rows, 2, 0, 1), -2.0);  // the signed minor of (0, 1)
     EXPECT_EQ(Determinant(nullptr, 0), 0.0);
-    EXPECT_EQ(Determinant(nullptr, 12), 0.0);  // beyond the minor table: refused
+    EXPECT_EQ(Determinant(nullptr, 12), 0.0);
+    // Input and Output copy a single element too.
+    const double one[4][4] = {{5}};
+    double *a[4] = {}, out[4][4] = {};
+    Input(a, 1, 1, one);
+    EXPECT_EQ(Determinant(a, 1), 5.0);
+    Output(a, 1, 1, out);
+    EXPECT_EQ(out[0][0], 5.0);
+    std::free(a[0]);
 }
 
 float fit_offset[3] = {-1, -1, -1};
@@ -352,23 +350,6 @@ TEST(CalibrationStepState, RestartsClearOnlyTheBoundState) {
     EXPECT_EQ(Msensor.fitCount, 0);
     EXPECT_EQ(optimalFlag, 0);
     EXPECT_EQ(noiseCount, 0);
-}
-
-TEST(OutputFilter, TenSampleTrimmedMeanPerAxisThenTheLowPassAndSpikesIgnored) {
-    const float expected[10] = {0x0p+0f,        0x0p+0f,        0x1p+0f,        0x1.733334p+1f, 0x1.670a3ep+2f,
-                                0x1.219168p+3f, 0x1.a49c76p+3f, 0x1.1d4668p+4f, 0x1.60bf5ep+4f, 0x1.9d7908p+4f};
-    cali_mag_values[0] = -60.0f;
-    cali_mag_values[1] = 60.0f;
-    for (int i = 0; i < 10; ++i) {
-        float out[3];
-        get_magnetic_values(out);
-        expect3(out, {-expected[i], expected[i], 0});
-    }
-    for (float spike : {900.0f, 60.0f, -900.0f, 900.0f}) {  // at most two at either end of the ten
-        float v[3] = {-60.0f, spike, 0.0f};
-        RCalibrationXYZ(v);
-        expect3(v, {-60, 60, 0});
-    }
 }
 
 TEST(ParameterFile, WritesThePrintedValuesAndReadsThemBack) {

@@ -2,7 +2,6 @@
 // proximity events through the pocket record's convert, enables through its config.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -15,7 +14,6 @@ namespace {
 using testsupport::make_event;
 constexpr int kPocket = CALMODULE_TYPE_POCKET, kLight = CALMODULE_TYPE_LIGHT, kProximity = CALMODULE_TYPE_PROXIMITY, kEnable = -1, kCommand = -2;
 constexpr int kDebug = 3, kError = 6;
-const float kNan = NAN, kInf = INFINITY;
 
 // One host call: an event of type `op` with data[0] = value through convert, an enable
 // change (config command 0, enable = value), or another config command (= value).
@@ -95,12 +93,6 @@ TEST(Pocket, DecisionSequencesAndTheirLogRecords) {
          {{kLight, -3, -1, 0}, {kProximity, -2, -1, 0}, {kLight, 3, 0, 1}},
          {readings("-3.000000", "-1.000000"), kDataError, readings("-3.000000", "-2.000000"), kDataError,
           readings("3.000000", "-2.000000")}},
-        {"NaN counts as held: not above the light limit, not below the near distance",
-         {{kLight, kNan, 0, 1}, {kProximity, kNan, 0, 0}},
-         {readings("nan", "-1.000000"), readings("nan", "nan")}},
-        {"infinities decide like large values",
-         {{kLight, kInf, 0, 0}, {kProximity, -kInf, -1, 0}, {kProximity, 0, 0, 1}},
-         {readings("inf", "-1.000000"), readings("inf", "-inf"), readings("inf", "0.000000")}},
         {"another event type: refused, output a byte copy of the input, no state change",
          {{1, 0.5f, -1, 0}, {kLight, 10, 0, 1}},
          {{kError, "type error:1\n"}, readings("10.000000", "-1.000000")}},

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 
 #include "calmodule/softgyro.h"
 #include "magcal/calibration_state.h"
@@ -43,49 +42,6 @@ void quiet_state(Vec snapshot, Vec g = {0, 0, 0}) {
     std::copy(snapshot.begin(), snapshot.end(), old_rota);
 }
 Vec held() { return {gyro_values_static[0], gyro_values_static[1], gyro_values_static[2]}; }
-
-TEST(SoftgyOrientation, FlatHeadingFromPlusYTowardsPlusXAndTiltCompensated) {
-    // (1, 2): arc tangent and quadrant offset in double, rounded once; float steps
-    // land lower. Last two rows: rolled, then pitched 30 degrees in a field of 20 µT
-    // along heading zero and 40 µT down.
-    const float s = 0.5f, c = 0.8660254f;
-    const struct { Vec up, mag; float heading, pitch, roll; } rows[] = {
-        {{0, 0, 1}, {1, 1, -40}, 0.7853981f, 0, 0},    {{0, 0, 1}, {-1, 1, -40}, 5.497787f, 0, 0},
-        {{0, 0, 1}, {-1, -1, -40}, 3.9269907f, 0, 0},  {{0, 0, 1}, {1, -1, -40}, 2.3561945f, 0, 0},
-        {{0, 0, 1}, {0, 1, -40}, 0.0f, 0, 0},          {{0, 0, 1}, {0, -1, -40}, 3.1415925f, 0, 0},
-        {{0, 0, 1}, {1, 0, -40}, 1.5707963f, 0, 0},    {{0, 0, 1}, {-1, 0, -40}, 4.712389f, 0, 0},
-        {{0, 0, 1}, {0, 0, -40}, 0.0f, 0, 0},          {{0, 0, 1}, {1, 2, -40}, 0x1.dac66ep-2f, 0, 0},
-        {{s, 0, c}, {-40 * s, 20, -40 * c}, 0.0f, 0, asinf(s)},
-        {{0, s, c}, {0, 20 * c - 40 * s, -20 * s - 40 * c}, 0.0f, -atan2f(s, c), 0}};
-    for (const auto &row : rows) {
-        SCOPED_TRACE(testing::Message() << "field " << testing::PrintToString(row.mag));
-        Vec o;
-        for (int i = 0; i < 10; ++i) softgy_GetOrientationAngles(row.mag.data(), row.up.data(), o.data());
-        const float d = std::fabs(o[0] - row.heading), rolled = row.up[0] != 0.0f ? 1e-6f : 0.0f;
-        EXPECT_LE(std::fmin(d, 6.2831853f - d), rolled) << o[0];  // rolled: either side of 0
-        EXPECT_EQ(o[1], row.pitch);
-        EXPECT_EQ(o[2], row.roll);
-    }
-}
-
-TEST(SoftgyOrientation, CalibrationXYAveragesTheMiddleSixOfTheLastTenPerChannel) {
-    // GIVEN the zeros of load time, a steady 6 ramps up as 6 (k - 2) / 6 on call k
-    const float ramp[] = {0, 0, 1, 2, 3, 4, 5, 6, 6, 6};
-    for (float want : ramp) {
-        float xy[2] = {6.0f, 6.0f};
-        softgy_CalibrationXY(xy);
-        EXPECT_EQ(xy[0], want);
-        EXPECT_EQ(xy[1], want);
-    }
-    // WHEN 1..10 arrive out of order THEN the sorted 3..8 are averaged, per channel
-    float xy[2];
-    for (float v : {7, 1, 2, 3, 4, 5, 6, 9, 8, 10}) {
-        xy[0] = v, xy[1] = -v;
-        softgy_CalibrationXY(xy);
-    }
-    EXPECT_EQ(xy[0], 5.5f);
-    EXPECT_EQ(xy[1], -5.5f);
-}
 
 TEST(SoftGyro, RefusedPeriodOrZeroAccelerationWritesZeroAndTouchesNothing) {
     hold_field(-20, 0);
@@ -181,22 +137,6 @@ TEST(SoftGyro, TiltAbove3OnXOrYSuppressesTheAzimuthChange) {
         for (int k = 0; k < 3; ++k) EXPECT_NEAR(r[k], row.want[k], 1e-5f) << k;
         EXPECT_EQ(lock_temp, 0);
     }
-}
-
-TEST(SoftGyro, NonNumbersNeverCrashAndWashOut) {
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const float inf = std::numeric_limits<float>::infinity();
-    hold_field(-20, 0);
-    quiet_state({kAzMinusX, 0, 0});
-    const auto is_number = [](Vec r) { return !std::isnan(r[0] + r[1] + r[2]); };
-    const Vec inputs[] = {{nan, 0, 9.8f}, {inf, -inf, 9.8f}, {1e-42f, 0, 0}, {nan, nan, nan}, {0, 0, -inf}};
-    for (const Vec &in : inputs) EXPECT_TRUE(is_number(call(in)));
-    quarvel::cali_mag_values[0] = nan, quarvel::cali_mag_values[1] = inf;
-    for (int i = 0; i < 12; ++i) EXPECT_TRUE(is_number(call(kFlat)));
-    // Good readings again wash the non-numbers out of the history and the snapshot.
-    quarvel::cali_mag_values[0] = -20, quarvel::cali_mag_values[1] = 0;
-    for (int i = 0; i < 15; ++i) call(kFlat);
-    EXPECT_EQ(old_rota[0], kAzMinusX);
 }
 
 }  // namespace
