@@ -3,8 +3,11 @@
 //
 //   cmake --preset release && cmake --build --preset release --target calmodule_bench
 //   build/release/bench/calmodule_bench
+// CALMODULE_BENCH_MODULE=PATH measures another build of the module instead, for
+// example the one with the reproducible math that the cross tests link.
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -22,6 +25,11 @@ using calhost::SessionRow;
 
 const std::string kRecording = std::string(CALMODULE_DATA_DIR) + "/nexus5-figure-eight.csv";
 
+const char *module_under_test() {
+    const char *path = std::getenv("CALMODULE_BENCH_MODULE");
+    return path && *path ? path : calhost::default_module_path();
+}
+
 struct Fixture {
     // Every file the module opens goes to a private scratch file, never to the
     // parameter file of the build's tests.
@@ -33,7 +41,7 @@ struct Fixture {
 
     Fixture() {
         try {
-            module = std::make_unique<Module>(calhost::default_module_path(), sandbox);
+            module = std::make_unique<Module>(module_under_test(), sandbox);
             calhost::SessionReader reader(kRecording);
             SessionRow row;
             while (reader.next(row)) {
@@ -161,7 +169,7 @@ void BM_ReplaySessionFile(benchmark::State &state) {
     if (!ready(state)) return;
     calhost::ReplayRun run;
     run.session = kRecording;
-    run.module = calhost::default_module_path();
+    run.module = module_under_test();
     std::uint64_t events = 0;
     for (auto _ : state) {
         const auto summary = calhost::replay_session(run);

@@ -9,17 +9,16 @@
 // when the module's arithmetic is.
 //
 // The inputs are made with float additions and multiplications only (no libm), so
-// they are the same bits everywhere, whichever math library the executable uses.
+// they are the same bits everywhere, whichever math library the module uses.
 //
 // Usage:
-//   identity_session [--out FILE]       write the transcript (default: stdout)
-//   identity_session --compare FIXTURE  exit 1 unless the transcript is byte-identical
-//   identity_session --report FIXTURE   print how far the transcript is from it; exit 0
+//   identity_session LIBRARY [--out FILE]       write the transcript (default: stdout)
+//   identity_session LIBRARY --compare FIXTURE  exit 1 unless the transcript is byte-identical
+//   identity_session LIBRARY --report FIXTURE   print how far the transcript is from it; exit 0
 //
-// Built twice: with the portable math functions exported from the executable (the
-// module's math calls bind to them; the transcript must equal the fixture on every
-// target), and with the platform's own libm (CALMODULE_SESSION_PLATFORM_LIBM; the
-// differences are reported, not judged).
+// Run against the library built with the reproducible math (its transcript must equal
+// the fixture on every target), and against the one that calls the platform's libm
+// (the differences are reported, not judged).
 #include <dlfcn.h>
 
 #include <cinttypes>
@@ -40,7 +39,6 @@
 #include "calmodule/module.h"
 #include "calmodule/orientation.h"
 #include "identity_report.h"
-#include "portable_math.h"
 #include "support/log_capture.h"
 #include "support/module_loader.h"
 #include "support/test_env.h"
@@ -423,15 +421,15 @@ void run_direct_calls() {
     }
 }
 
-void run_session() {
+void run_session(const char *library) {
     g_out.clear();
     testsupport::clear_log_records();
     // The driver reads the saved offset on its first sample: start from none.
     testsupport::remove_param_file();
-    static LoadedModule module;  // never unloaded, as a HAL keeps it
+    static LoadedModule module(library);  // never unloaded, as a HAL keeps it
     g_module = &module;
     if (!module.ok()) {
-        std::fprintf(stderr, "identity session: cannot load %s: %s\n", testsupport::module_path(), dlerror());
+        std::fprintf(stderr, "identity session: cannot load %s: %s\n", library, dlerror());
         std::exit(2);
     }
     Line("cal_init").i(module.info()->methods->init());
@@ -447,25 +445,6 @@ void run_session() {
     }
 }
 
-#ifndef CALMODULE_SESSION_PLATFORM_LIBM
-// The module's math calls must reach the portable functions: every name resolves,
-// through the global scope the loader searches first, to this executable.
-bool portable_math_interposed() {
-    Dl_info self;
-    if (!dladdr(reinterpret_cast<void *>(&portable_math_interposed), &self)) return false;
-    bool ok = true;
-    for (const char *name : portable::kInterposedNames) {
-        Dl_info where;
-        void *p = dlsym(RTLD_DEFAULT, name);
-        if (!p || !dladdr(p, &where) || where.dli_fbase != self.dli_fbase) {
-            std::fprintf(stderr, "identity session: %s does not resolve to the portable version\n", name);
-            ok = false;
-        }
-    }
-    return ok;
-}
-#endif
-
 bool read_file(const char *path, std::string *text) {
     std::ifstream f(path, std::ios::binary);
     if (!f) return false;
@@ -478,16 +457,14 @@ bool read_file(const char *path, std::string *text) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    const std::string mode = argc > 1 ? argv[1] : "";
-    const char *path = argc > 2 ? argv[2] : nullptr;
-    if ((mode == "--out" || mode == "--compare" || mode == "--report") && !path) {
-        std::fprintf(stderr, "usage: %s [--out FILE | --compare FIXTURE | --report FIXTURE]\n", argv[0]);
+    const char *library = argc > 1 ? argv[1] : nullptr;
+    const std::string mode = argc > 2 ? argv[2] : "";
+    const char *path = argc > 3 ? argv[3] : nullptr;
+    if (!library || ((mode == "--out" || mode == "--compare" || mode == "--report") && !path)) {
+        std::fprintf(stderr, "usage: %s LIBRARY [--out FILE | --compare FIXTURE | --report FIXTURE]\n", argv[0]);
         return 2;
     }
-#ifndef CALMODULE_SESSION_PLATFORM_LIBM
-    if (!portable_math_interposed()) return 2;
-#endif
-    run_session();
+    run_session(library);
 
     if (mode == "--out") {
         std::ofstream f(path, std::ios::binary | std::ios::trunc);
@@ -502,7 +479,7 @@ int main(int argc, char **argv) {
         }
         const identity::Comparison c = identity::compare(fixture, g_out);
         if (mode == "--report") {
-            std::printf("platform libm against the portable-math fixture: %s", identity::summarize(c, 10).c_str());
+            std::printf("the platform's libm against the fixture: %s", identity::summarize(c, 10).c_str());
             return 0;
         }
         if (c.byte_identical) {

@@ -2,10 +2,14 @@
 // records a HAL reads by layout are pinned where they are declared.)
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <initializer_list>
 #include <set>
 #include <string>
 
-#include "portable_math.h"
+#include "calmodule/module.h"
 #include "support/elf_reader.h"
 #include "support/test_env.h"
 
@@ -23,10 +27,10 @@ uint16_t this_machine() {
 #endif
 }
 
-testsupport::ElfInfo module_elf() {
+testsupport::ElfInfo module_elf(const char *path = testsupport::module_path()) {
     testsupport::ElfInfo info;
     std::string error;
-    EXPECT_TRUE(testsupport::read_elf(testsupport::module_path(), &info, &error)) << error;
+    EXPECT_TRUE(testsupport::read_elf(path, &info, &error)) << error;
     return info;
 }
 
@@ -44,27 +48,39 @@ TEST(BuiltLibrary, IsBuiltForThisTargetAndItsPageSize) {
     for (uint64_t a : elf.load_alignments) EXPECT_GE(a, required);
 }
 
-// Math functions whose results a C library may round differently from another. Each
-// one the module imports must have a portable stand-in in the identity session, or
-// the session's bit-identity across targets would rest on the platform's libm.
-TEST(BuiltLibrary, EveryInexactMathImportHasAPortableStandIn) {
+// Math functions whose results a C library may round differently from another.
+std::set<std::string> inexact_math_names() {
     static const char *const kInexact[] = {
         "sin",   "cos",   "tan",   "sincos", "asin",  "acos",  "atan",  "atan2", "sinh",  "cosh",  "tanh",
         "asinh", "acosh", "atanh", "exp",    "exp2",  "exp10", "expm1", "log",   "log2",  "log10", "log1p",
         "pow",   "cbrt",  "hypot", "erf",    "erfc",  "lgamma", "tgamma", "sqrt"};
-    std::set<std::string> inexact;
+    std::set<std::string> names;
     for (const char *n : kInexact) {
-        inexact.insert(n);
-        inexact.insert(std::string(n) + "f");
-        inexact.insert(std::string(n) + "l");
+        names.insert(n);
+        names.insert(std::string(n) + "f");
+        names.insert(std::string(n) + "l");
     }
-    const std::set<std::string> interposed(std::begin(portable::kInterposedNames),
-                                           std::end(portable::kInterposedNames));
-    for (const auto &s : module_elf().dynamic_symbols) {
-        if (s.defined || !inexact.count(s.name)) continue;
-        EXPECT_TRUE(interposed.count(s.name)) << "the module calls " << s.name
-                                              << ", which the identity session does not replace";
+    return names;
+}
+
+// By default the module calls the platform's libm. Built with the reproducible math,
+// it imports none of it (every call binds to the portable versions inside) and still
+// exports exactly the same names.
+TEST(BuiltLibrary, MathComesFromThePlatformByDefaultAndFromWithinWithTheReproducibleMath) {
+    const std::set<std::string> inexact = inexact_math_names();
+    std::set<std::string> platform_imports, platform_exports, reproducible_exports;
+    for (const auto &s : module_elf(CALMODULE_PLATFORM_MATH_SO_PATH).dynamic_symbols) {
+        if (!s.defined && inexact.count(s.name)) platform_imports.insert(s.name);
+        if (s.defined && s.is_global) platform_exports.insert(s.name);
     }
+    for (const char *always_called : {"powf", "atan2f", "asinf", "atanf"}) {
+        EXPECT_TRUE(platform_imports.count(always_called)) << always_called << " not taken from the platform";
+    }
+    for (const auto &s : module_elf(CALMODULE_REPRODUCIBLE_SO_PATH).dynamic_symbols) {
+        EXPECT_FALSE(inexact.count(s.name)) << s.name << (s.defined ? " exported" : " still taken from the platform");
+        if (s.defined && s.is_global) reproducible_exports.insert(s.name);
+    }
+    EXPECT_EQ(reproducible_exports, platform_exports);
 }
 
 }  // namespace

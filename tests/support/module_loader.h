@@ -14,7 +14,7 @@ namespace testsupport {
 
 class LoadedModule {
 public:
-    LoadedModule() : handle_(dlopen(module_path(), RTLD_NOW | RTLD_LOCAL)) {
+    explicit LoadedModule(const char *path = module_path()) : handle_(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
         if (handle_) info_ = static_cast<const cal_module_info *>(dlsym(handle_, "scmi"));
         if (info_) info_->methods->get_algo_list(&algos_);
     }

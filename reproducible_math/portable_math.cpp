@@ -3,9 +3,8 @@
 // (or single where a float is stored), in the order written, on every target.
 //
 // The constants are the exact values rounded to double: Taylor coefficients 1/n!,
-// 1/(2k+1) and the central binomial series of arcsine, pi/2 split into three parts of
-// which the first two have 33 significant bits (so k * part is exact for |k| < 2^20),
-// ln 2 split into a 32-bit head and a tail.
+// 1/(2k+1) and the central binomial series of arcsine, and pi/2 split into three parts
+// of which the first two have 33 significant bits (so k * part is exact for |k| < 2^20).
 #include "portable_math.h"
 
 #include <cstdint>
@@ -25,10 +24,6 @@ constexpr double kPiHi = 0x1.921fb54442d18p+1;
 constexpr double kPiLo = 0x1.1a62633145c07p-53;
 constexpr double kTwoOverPi = 0x1.45f306dc9c883p-1;
 constexpr double kTanPi8 = 0x1.a827999fcef34p-2;  // sqrt(2) - 1
-constexpr double kLn2Hi = 0x1.62e42ff000000p-1;
-constexpr double kLn2Lo = -0x1.718432a1b0e26p-35;
-constexpr double kInvLn2 = 0x1.71547652b82fep+0;
-constexpr double kSqrt2 = 0x1.6a09e667f3bcdp+0;
 constexpr double kRoundMagic = 0x1.8p52;  // (t + magic) - magic rounds |t| < 2^51 to an integer
 
 // sin: (-1)^k / (2k+1)!, k = 1..11
@@ -58,18 +53,6 @@ constexpr double kAsinCoef[] = {
     0x1.fcaf8fb6db6dbp-9, 0x1.d3d2a8e0dd67dp-9, 0x1.b026f57b13b14p-9, 0x1.90cb77f60c7cep-9,
     0x1.750de64d7d05fp-9, 0x1.5c5f56efaaaabp-9, 0x1.464c0950f7d47p-9, 0x1.3275586c5f2f0p-9,
     0x1.208d3570ae5a6p-9, 0x1.1052bc5fa960ap-9};
-// log: 2 / (2k+1), k = 1..12 (ln m = 2 atanh s)
-constexpr double kLogCoef[] = {0x1.5555555555555p-1, 0x1.999999999999ap-2, 0x1.2492492492492p-2,
-                               0x1.c71c71c71c71cp-3, 0x1.745d1745d1746p-3, 0x1.3b13b13b13b14p-3,
-                               0x1.1111111111111p-3, 0x1.e1e1e1e1e1e1ep-4, 0x1.af286bca1af28p-4,
-                               0x1.8618618618618p-4, 0x1.642c8590b2164p-4, 0x1.47ae147ae147bp-4};
-// exp: 1 / k!, k = 2..17
-constexpr double kExpCoef[] = {0x1.0000000000000p-1, 0x1.5555555555555p-3, 0x1.5555555555555p-5,
-                               0x1.1111111111111p-7, 0x1.6c16c16c16c17p-10, 0x1.a01a01a01a01ap-13,
-                               0x1.a01a01a01a01ap-16, 0x1.71de3a556c734p-19, 0x1.27e4fb7789f5cp-22,
-                               0x1.ae64567f544e4p-26, 0x1.1eed8eff8d898p-29, 0x1.6124613a86d09p-33,
-                               0x1.93974a8c07c9dp-37, 0x1.ae7f3e733b81fp-41, 0x1.ae7f3e733b81fp-45,
-                               0x1.952c77030ad4ap-49};
 
 template <std::size_t N>
 double horner(const double (&c)[N], double z) {
@@ -100,9 +83,6 @@ double quiet_nan() { return from_bits(0x7FF8000000000000ull); }
 double infinity() { return from_bits(0x7FF0000000000000ull); }
 float float_infinity() { return float_from_bits(0x7F800000u); }
 float float_nan() { return float_from_bits(0x7FC00000u); }
-
-// 2^k for -1022 <= k <= 1023.
-double pow2(int k) { return from_bits(static_cast<uint64_t>(k + 1023) << 52); }
 
 // a + b = s + err exactly.
 void two_sum(double a, double b, double *s, double *err) {
@@ -370,75 +350,23 @@ double asin(double x) {
 
 float asinf(float x) { return static_cast<float>(asin(static_cast<double>(x))); }
 
-double exp(double x) {
-    if (is_nan(x)) return x + x;
-    if (x > 709.78) return infinity();
-    if (x < -745.2) return 0.0;
-    const double k = (x * kInvLn2 + kRoundMagic) - kRoundMagic;  // |k| <= 1075
-    const double r = (x - k * kLn2Hi) - k * kLn2Lo;
-    const double er = 1.0 + (r + r * r * horner(kExpCoef, r));
-    const int ki = static_cast<int>(k);
-    if (ki > 1023) return er * pow2(1023) * pow2(ki - 1023);
-    if (ki < -1022) return er * pow2(ki + 1000) * pow2(-1000);
-    return er * pow2(ki);
-}
-
-double log(double x) {
-    if (is_nan(x)) return x + x;
-    if (x < 0.0) return quiet_nan();
-    if (x == 0.0) return -infinity();
-    if (x == infinity()) return x;
-    int e = 0;
-    uint64_t b = bits_of(x);
-    if ((b >> 52) == 0) {  // subnormal
-        b = bits_of(x * 0x1p54);
-        e = -54;
-    }
-    e += static_cast<int>((b >> 52) & 0x7FF) - 1023;
-    double m = from_bits((b & 0x000FFFFFFFFFFFFFull) | 0x3FF0000000000000ull);  // [1, 2)
-    if (m > kSqrt2) {
-        m = m * 0.5;
-        e += 1;
-    }
-    const double s = (m - 1.0) / (m + 1.0);
-    const double z = s * s;
-    const double ln_m = 2.0 * s + s * z * horner(kLogCoef, z);
-    const double de = static_cast<double>(e);
-    return de * kLn2Hi + (ln_m + de * kLn2Lo);
-}
-
-float powf(float x, float y) {
+float cubef(float x) {
     const double xd = static_cast<double>(x);
-    const double yd = static_cast<double>(y);
-    if (yd == 0.0) return 1.0f;
-    if (xd == 1.0) return 1.0f;
-    if (is_nan(xd) || is_nan(yd)) return float_nan();
-    const double ax = abs_of(xd);
-    const double ay = abs_of(yd);
-    if (ay == infinity()) {
-        if (ax == 1.0) return 1.0f;
-        return ((ax < 1.0) == (yd > 0.0)) ? 0.0f : float_infinity();
+    if (is_nan(xd)) return float_nan();
+    const double square = xd * xd;  // exact: 48 significant bits at most
+    double c = square * xd;
+    if (c == 0.0 || c - c != 0.0) return narrow(c);  // zeros and infinities, signed as x
+    // x^3 has up to 72 significant bits: c + err holds it exactly. Rounding c to odd
+    // (truncate toward x^3, then set the last bit if anything was dropped) keeps a
+    // value that lies just off a float midpoint from looking like the midpoint, so the
+    // one narrowing below rounds x^3 correctly.
+    const double err = two_prod_err(square, xd, c);
+    if (err != 0.0) {
+        uint64_t b = bits_of(c);
+        if ((err < 0.0) != (c < 0.0)) b -= 1;  // |x^3| < |c|: step toward zero
+        c = from_bits(b | 1u);
     }
-    // Every float of magnitude 2^24 or more is an even integer.
-    bool integer = true;
-    bool odd = false;
-    if (ay < 0x1p24) {
-        const int32_t yi = static_cast<int32_t>(yd);
-        integer = static_cast<double>(yi) == yd;
-        odd = integer && (yi & 1) != 0;
-    }
-    const bool neg_x = sign_bit(xd);
-    if (ax == 0.0) {
-        if (yd < 0.0) return (odd && neg_x) ? -float_infinity() : float_infinity();
-        return (odd && neg_x) ? -0.0f : 0.0f;
-    }
-    if (ax == infinity()) {
-        const float mag = yd < 0.0 ? 0.0f : float_infinity();
-        return (odd && neg_x) ? -mag : mag;
-    }
-    if (neg_x && !integer) return float_nan();
-    const double r = exp(yd * log(ax));
-    return narrow((odd && neg_x) ? -r : r);
+    return narrow(c);
 }
 
 }  // namespace portable
