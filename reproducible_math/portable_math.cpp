@@ -3,8 +3,9 @@
 // (or single where a float is stored), in the order written, on every target.
 //
 // The constants are the exact values rounded to double: Taylor coefficients 1/n!,
-// 1/(2k+1) and the central binomial series of arcsine, and pi/2 split into three parts
-// of which the first two have 33 significant bits (so k * part is exact for |k| < 2^20).
+// 1/(2k+1) and the central binomial series of arcsine, pi/2 split into three parts of
+// which the first two have 33 significant bits (so k * part is exact for |k| < 2^20),
+// ln 2 split into a 32-bit head and a tail.
 #include "portable_math.h"
 
 #include <cstdint>
@@ -24,6 +25,10 @@ constexpr double kPiHi = 0x1.921fb54442d18p+1;
 constexpr double kPiLo = 0x1.1a62633145c07p-53;
 constexpr double kTwoOverPi = 0x1.45f306dc9c883p-1;
 constexpr double kTanPi8 = 0x1.a827999fcef34p-2;  // sqrt(2) - 1
+constexpr double kLn2Hi = 0x1.62e42ff000000p-1;
+constexpr double kLn2Lo = -0x1.718432a1b0e26p-35;
+constexpr double kInvLn2 = 0x1.71547652b82fep+0;
+constexpr double kSqrt2 = 0x1.6a09e667f3bcdp+0;
 constexpr double kRoundMagic = 0x1.8p52;  // (t + magic) - magic rounds |t| < 2^51 to an integer
 
 // sin: (-1)^k / (2k+1)!, k = 1..11
@@ -53,6 +58,18 @@ constexpr double kAsinCoef[] = {
     0x1.fcaf8fb6db6dbp-9, 0x1.d3d2a8e0dd67dp-9, 0x1.b026f57b13b14p-9, 0x1.90cb77f60c7cep-9,
     0x1.750de64d7d05fp-9, 0x1.5c5f56efaaaabp-9, 0x1.464c0950f7d47p-9, 0x1.3275586c5f2f0p-9,
     0x1.208d3570ae5a6p-9, 0x1.1052bc5fa960ap-9};
+// log: 2 / (2k+1), k = 1..12 (ln m = 2 atanh s)
+constexpr double kLogCoef[] = {0x1.5555555555555p-1, 0x1.999999999999ap-2, 0x1.2492492492492p-2,
+                               0x1.c71c71c71c71cp-3, 0x1.745d1745d1746p-3, 0x1.3b13b13b13b14p-3,
+                               0x1.1111111111111p-3, 0x1.e1e1e1e1e1e1ep-4, 0x1.af286bca1af28p-4,
+                               0x1.8618618618618p-4, 0x1.642c8590b2164p-4, 0x1.47ae147ae147bp-4};
+// exp: 1 / k!, k = 2..17
+constexpr double kExpCoef[] = {0x1.0000000000000p-1, 0x1.5555555555555p-3, 0x1.5555555555555p-5,
+                               0x1.1111111111111p-7, 0x1.6c16c16c16c17p-10, 0x1.a01a01a01a01ap-13,
+                               0x1.a01a01a01a01ap-16, 0x1.71de3a556c734p-19, 0x1.27e4fb7789f5cp-22,
+                               0x1.ae64567f544e4p-26, 0x1.1eed8eff8d898p-29, 0x1.6124613a86d09p-33,
+                               0x1.93974a8c07c9dp-37, 0x1.ae7f3e733b81fp-41, 0x1.ae7f3e733b81fp-45,
+                               0x1.952c77030ad4ap-49};
 
 template <std::size_t N>
 double horner(const double (&c)[N], double z) {
@@ -190,6 +207,31 @@ double atan_positive(double a, double alo) {
         return kPio2Hi - (atan_unit(t, tlo) - kPio2Lo);
     }
     return atan_unit(a, alo);
+}
+
+// ln x for a positive, finite x that is a normal double (every float is): x = 2^e m
+// with m in (sqrt(2)/2, sqrt(2)], ln m = 2 atanh s, s = (m - 1) / (m + 1).
+double log_positive(double x) {
+    const uint64_t b = bits_of(x);
+    int e = static_cast<int>((b >> 52) & 0x7FF) - 1023;
+    double m = from_bits((b & 0x000FFFFFFFFFFFFFull) | 0x3FF0000000000000ull);  // [1, 2)
+    if (m > kSqrt2) {
+        m = m * 0.5;
+        e += 1;
+    }
+    const double s = (m - 1.0) / (m + 1.0);
+    const double z = s * s;
+    const double ln_m = 2.0 * s + s * z * horner(kLogCoef, z);
+    const double de = static_cast<double>(e);
+    return de * kLn2Hi + (ln_m + de * kLn2Lo);
+}
+
+// e^x for |x| < 700, where the result is a normal double: x = k ln 2 + r, |r| <= ln 2 / 2.
+double exp_moderate(double x) {
+    const double k = (x * kInvLn2 + kRoundMagic) - kRoundMagic;
+    const double r = (x - k * kLn2Hi) - k * kLn2Lo;
+    const double er = 1.0 + (r + r * r * horner(kExpCoef, r));
+    return er * from_bits(static_cast<uint64_t>(static_cast<int>(k) + 1023) << 52);
 }
 
 double asin_series(double s) {  // 0 <= s <= 0.5: s^3 P(s^2), the part beyond s
@@ -353,20 +395,10 @@ float asinf(float x) { return static_cast<float>(asin(static_cast<double>(x))); 
 float cubef(float x) {
     const double xd = static_cast<double>(x);
     if (is_nan(xd)) return float_nan();
-    const double square = xd * xd;  // exact: 48 significant bits at most
-    double c = square * xd;
-    if (c == 0.0 || c - c != 0.0) return narrow(c);  // zeros and infinities, signed as x
-    // x^3 has up to 72 significant bits: c + err holds it exactly. Rounding c to odd
-    // (truncate toward x^3, then set the last bit if anything was dropped) keeps a
-    // value that lies just off a float midpoint from looking like the midpoint, so the
-    // one narrowing below rounds x^3 correctly.
-    const double err = two_prod_err(square, xd, c);
-    if (err != 0.0) {
-        uint64_t b = bits_of(c);
-        if ((err < 0.0) != (c < 0.0)) b -= 1;  // |x^3| < |c|: step toward zero
-        c = from_bits(b | 1u);
-    }
-    return narrow(c);
+    const double ax = abs_of(xd);
+    if (ax == 0.0 || ax == infinity()) return narrow(xd * xd * xd);  // signed as x
+    const double r = exp_moderate(3.0 * log_positive(ax));
+    return narrow(sign_bit(xd) ? -r : r);
 }
 
 }  // namespace portable

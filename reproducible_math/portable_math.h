@@ -7,7 +7,7 @@
 //
 // Accuracy: within about one ulp of the exact result over the arguments the module
 // uses (angles within a few thousand radians, ratios of field components, sines of
-// tilts); the square roots and the cube are correctly rounded. Sine and cosine reduce
+// tilts); the square roots are correctly rounded. Sine and cosine reduce
 // by a three-part pi/2 and lose accuracy beyond 2^20 radians; from 2^50 radians on
 // they return NaN rather than a meaningless value.
 #ifndef CALMODULE_REPRODUCIBLE_MATH_PORTABLE_MATH_H
@@ -29,8 +29,8 @@ double atan2(double y, double x);
 float atan2f(float y, float x);
 double asin(double x);
 float asinf(float x);
-// x^3, correctly rounded: the sphere fit's sums of cubed field components are the
-// module's only use of a power.
+// x^3, as e^(3 ln |x|) with the sign of x: the sphere fit's sums of cubed field
+// components are the module's only use of a power.
 float cubef(float x);
 
 }  // namespace portable
