@@ -15,6 +15,7 @@
 #define CALMODULE_FILTERS_TRIMMED_MEAN_H
 
 #include <cstdint>
+#include <cstring>
 
 namespace quarvel {
 
@@ -27,29 +28,40 @@ struct TrimmedMeanChannel {
     float ring[N] = {};
     int16_t pos = 0;  // slot of the next write
 
+    constexpr TrimmedMeanChannel() { ordered_[N + 1] = __builtin_inff(); }
+
     // Pushes one sample and returns the trimmed mean of the ring.
     float push(float value) {
         const int slot = pos;
         pos = static_cast<int16_t>(slot + 1 >= N ? 0 : slot + 1);
         const float oldest = ring[slot];
         ring[slot] = value;
-        if (nans_ != 0 || is_nan(value)) return push_unordered(oldest, value);
+        if (nans_ != 0 || is_nan(value)) return push_unordered();
 
         // The usual case, no NaN anywhere: the new sample takes the oldest one's place
-        // in the order and moves to where it belongs.
-        int k = 0;  // every value is in the order: the oldest is found
-        while (k < N - 1 && !(ordered_[k] == oldest)) ++k;
+        // in the order and moves to where it belongs. The order holds the ring's values
+        // bit for bit, so the oldest is found by its bits, and the infinite guards at
+        // both ends stop every move.
+        const uint32_t oldest_bits = bits(oldest);
+        float *p = &ordered_[1];
+        while (bits(*p) != oldest_bits) ++p;
         if (value < oldest) {
-            for (; k > 0 && value < ordered_[k - 1]; --k) ordered_[k] = ordered_[k - 1];
+            for (; value < p[-1]; --p) p[0] = p[-1];
         } else {
-            for (; k < N - 1 && ordered_[k + 1] < value; ++k) ordered_[k] = ordered_[k + 1];
+            for (; p[1] < value; ++p) p[0] = p[1];
         }
-        ordered_[k] = value;
-        return mean_of(ordered_);
+        *p = value;
+        return mean_of(&ordered_[1]);
     }
 
 private:
     static bool is_nan(float v) { return v != v; }
+
+    static uint32_t bits(float v) {
+        uint32_t b;
+        std::memcpy(&b, &v, sizeof b);
+        return b;
+    }
 
     // Summed in index order from 0 in single precision. Dividing by 4 or by 6 in float
     // gives the same bits as widening to double first: a double quotient rounds to the
@@ -60,35 +72,24 @@ private:
         return sum / static_cast<float>(kKept);
     }
 
-    // A NaN leaves or enters the ring, or sits in it. The order keeps the other values;
-    // while a NaN is in the ring, which has no place in an order, the mean is what the
-    // sort of the whole ring leaves in the middle, NaNs included.
-    __attribute__((noinline)) float push_unordered(float oldest, float value) {
-        if (is_nan(oldest)) {
-            --nans_;
-        } else {
-            for (int k = find(oldest); k < ordered_count_ - 1; ++k) ordered_[k] = ordered_[k + 1];
-            --ordered_count_;
+    // A NaN enters the ring or sits in it. A NaN has no place in an order: while one is
+    // in the ring, the mean is what the sort of the whole ring leaves in the middle,
+    // NaNs included; once the last one has left, the order is built anew from the ring.
+    __attribute__((noinline)) float push_unordered() {
+        nans_ = 0;
+        for (int i = 0; i < N; ++i) nans_ += is_nan(ring[i]) ? 1 : 0;
+        if (nans_ != 0) {
+            float sorted[N];
+            sort_ring(sorted);
+            return mean_of(sorted);
         }
-        if (is_nan(value)) {
-            ++nans_;
-        } else {
-            int k = ordered_count_++;
-            for (; k > 0 && value < ordered_[k - 1]; --k) ordered_[k] = ordered_[k - 1];
-            ordered_[k] = value;
+        for (int s = 0; s < N; ++s) {
+            const float v = ring[s];
+            float *p = &ordered_[1 + s];
+            for (; v < p[-1]; --p) p[0] = p[-1];
+            *p = v;
         }
-        if (nans_ == 0) return mean_of(ordered_);
-        float sorted[N];
-        sort_ring(sorted);
-        return mean_of(sorted);
-    }
-
-    // Slot of a value of the order equal to v (any of them, should there be several:
-    // equal values are interchangeable in the sum, +0 and -0 included).
-    int find(float v) const {
-        int k = 0;
-        while (k < ordered_count_ - 1 && !(ordered_[k] == v)) ++k;
-        return k;
+        return mean_of(&ordered_[1]);
     }
 
     // Early-exit bubble sort of a copy of the ring, with a strict comparison: equal
@@ -109,9 +110,10 @@ private:
         }
     }
 
-    // The ring's values other than NaN, ascending; zeros at load, like the ring.
-    float ordered_[N] = {};
-    int ordered_count_ = N;
+    // While no NaN is in the ring: its values ascending, bit for bit (zeros at load,
+    // like the ring), between a -infinity and a +infinity that never move. Equal values
+    // are interchangeable in the sum, +0 and -0 included.
+    float ordered_[N + 2] = {-__builtin_inff()};
     int nans_ = 0;  // NaNs in the ring
 };
 
