@@ -56,6 +56,10 @@ public:
         if (a_) a_->output(e);
         if (b_) b_->output(e);
     }
+    void fit_offset(std::int64_t t, const float *offset) override {
+        if (a_) a_->fit_offset(t, offset);
+        if (b_) b_->fit_offset(t, offset);
+    }
 
 private:
     ReplaySink *a_;
@@ -120,7 +124,7 @@ ReplaySummary replay_session(const ReplayRun &run) {
     }
     progress.finish();
     ReplaySummary summary = replayer.end(reader);
-    if (run.reference) summary.set_reference(*run.reference);
+    if (run.reference) summary.set_reference(*run.reference, "command line");
     summary.param_writes = sandbox.writes();
     summary.param_content = sandbox.content();
     if (csv) {

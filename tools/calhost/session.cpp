@@ -98,9 +98,18 @@ std::optional<std::array<double, 3>> parse_triple(std::string_view text) {
 
 void Truth::add_comment(std::string_view text) {
     text = trim(text);
-    constexpr std::string_view kTruth = "truth";
-    if (text.substr(0, kTruth.size()) != kTruth) return;
-    text.remove_prefix(kTruth.size());
+    // `# truth ...` is what the session was made with; `# reference ...` is another
+    // estimate to compare with (the phone's own), kept under "reference:" keys.
+    std::string prefix;
+    constexpr std::string_view kTruth = "truth", kReference = "reference";
+    if (text.substr(0, kTruth.size()) == kTruth) {
+        text.remove_prefix(kTruth.size());
+    } else if (text.substr(0, kReference.size()) == kReference) {
+        text.remove_prefix(kReference.size());
+        prefix = "reference:";
+    } else {
+        return;
+    }
     if (!text.empty() && text.front() != ' ' && text.front() != '\t') return;
     // Words "key=value"; a value runs to the next blank.
     std::size_t pos = 0;
@@ -111,14 +120,27 @@ void Truth::add_comment(std::string_view text) {
         const std::string_view word = text.substr(pos, end - pos);
         const std::size_t eq = word.find('=');
         if (eq != std::string_view::npos && eq > 0) {
-            values_[std::string(word.substr(0, eq))] = std::string(word.substr(eq + 1));
+            values_[prefix + std::string(word.substr(0, eq))] = std::string(word.substr(eq + 1));
         }
         pos = end;
     }
 }
 
-std::optional<std::array<double, 3>> Truth::offset_ut() const {
-    const auto it = values_.find("offset_ut");
+std::optional<std::array<double, 3>> Truth::offset_ut() const { return triple("offset_ut"); }
+
+std::optional<std::array<double, 3>> Truth::reference_offset_ut() const { return triple("reference:offset_ut"); }
+
+std::optional<double> Truth::field_ut() const {
+    const auto it = values_.find("field_ut");
+    if (it == values_.end()) return std::nullopt;
+    char *end = nullptr;
+    const double v = std::strtod(it->second.c_str(), &end);
+    if (end == it->second.c_str() || *end != '\0' || !std::isfinite(v)) return std::nullopt;
+    return v;
+}
+
+std::optional<std::array<double, 3>> Truth::triple(const std::string &key) const {
+    const auto it = values_.find(key);
     if (it == values_.end()) return std::nullopt;
     return parse_triple(it->second);
 }

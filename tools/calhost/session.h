@@ -1,6 +1,7 @@
 // Sensor sessions: the CSV text a phone's sensor log is kept in.
 //
-//   # comment lines (the session's ground truth may be given as `# truth key=value ...`)
+//   # comment lines (the session's ground truth may be given as `# truth key=value ...`,
+//   #   another estimate to compare with as `# reference offset_ut=x,y,z`)
 //   time_ns,type,v0,v1,v2[,v3...]
 //   151880509,1,-0.432434,0.84758,9.78464
 //
@@ -46,7 +47,8 @@ private:
     std::uint64_t line_;
 };
 
-// `# truth key=value key=value` comments, gathered wherever they appear.
+// `# truth key=value key=value` and `# reference key=value` comments, gathered wherever
+// they appear.
 class Truth {
 public:
     void add_comment(std::string_view text);
@@ -54,8 +56,13 @@ public:
     const std::map<std::string, std::string> &values() const { return values_; }
     // The hard-iron offset the session was made with, µT (`offset_ut=x,y,z`).
     std::optional<std::array<double, 3>> offset_ut() const;
+    // The true field strength, µT (`field_ut=`).
+    std::optional<double> field_ut() const;
+    // An offset to compare with, µT (`# reference offset_ut=x,y,z`), e.g. the phone's own.
+    std::optional<std::array<double, 3>> reference_offset_ut() const;
 
 private:
+    std::optional<std::array<double, 3>> triple(const std::string &key) const;
     std::map<std::string, std::string> values_;
 };
 
