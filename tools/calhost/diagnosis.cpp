@@ -115,7 +115,7 @@ void DiagnosisTracker::after_magnetometer(double t_s, int level, const float sca
             ++d_.fits_discarded;
         }
         requested_ = b.cali_ret == 1;
-        if (a.fit_count > 0 && a.fit_count <= MAGCAL_MAX_FITS) {
+        if ((fit_attempt || a.fit_count != b.fit_count) && a.fit_count > 0 && a.fit_count <= MAGCAL_MAX_FITS) {
             double sum = 0.0;
             for (int i = 0; i < a.fit_count; ++i) sum += static_cast<double>(state_.msensor->radius[i]);
             d_.held_radius_ut = sum / a.fit_count;

@@ -222,6 +222,7 @@ constexpr const char *kPageScript = R"JS(
   // Marks on every time plot: level changes, restarts and disturbances.
   var shapes = [], marks = [];
   D.level_changes.forEach(function (c) {
+    if (c.from === null) return;  // the first level is no change
     shapes.push({type: 'line', xref: 'x', yref: 'paper', x0: c.t_s, x1: c.t_s, y0: 0, y1: 1,
                  line: {color: c.to === 0 && c.from > 0 ? '#d62728' : '#2ca02c', width: 1, dash: 'dot'}});
   });
