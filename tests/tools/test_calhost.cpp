@@ -295,12 +295,40 @@ TEST_F(CalhostTest, TheRealRecordingCalibratesNearThePhonesOwnEstimate) {
     EXPECT_EQ(j["final_level"].get<int>(), 3) << r.out;
     ASSERT_TRUE(j["offset_ut"].is_array()) << r.out;
     EXPECT_LT(distance(j["offset_ut"], phone), 6.0) << r.out;
-    EXPECT_TRUE(j["truth_is_reference"].get<bool>());
-    EXPECT_NEAR(j["offset_error_ut"].get<double>(), distance(j["offset_ut"], phone), 1e-9);
+    EXPECT_EQ(j["reference_source"], "command line");
+    EXPECT_NEAR(j["reference_error_ut"].get<double>(), distance(j["offset_ut"], phone), 1e-9);
+    EXPECT_TRUE(j["truth_offset_ut"].is_null());
+}
+
+// A session whose field is beyond what the calibration accepts: no offset is invented,
+// the reason is one sentence, and truth and reference stand side by side.
+TEST_F(CalhostTest, ASessionThatNeverCalibratesSaysWhyAndShowsNoOffset) {
+    const std::string session = file("strong.csv");
+    ASSERT_EQ(run("simulate --field 60 --duration 30 -o " + session).status, 0);
+    const std::string text = "# reference offset_ut=31,-21,49\n" + slurp(session);
+    write("strong.csv", text);
+    const auto j = run("replay " + session + " --json").json();
+    EXPECT_TRUE(j["offset_ut"].is_null());
+    EXPECT_TRUE(j["radius_ut"].is_null());
+    EXPECT_TRUE(j["offset_error_ut"].is_null());
+    EXPECT_TRUE(j["reference_error_ut"].is_null());
+    EXPECT_TRUE(j["truth_offset_ut"].is_array());
+    EXPECT_TRUE(j["reference_offset_ut"].is_array());
+    EXPECT_EQ(j["reference_source"], "session");
+    const std::string why = j["diagnosis"]["summary"].get<std::string>();
+    EXPECT_TRUE(has(why, "fits were refused")) << why;
+    EXPECT_EQ(why.find(". "), std::string::npos) << "one sentence: " << why;
+    EXPECT_EQ(j["diagnosis"]["fits"]["kept"].get<int>(), 0);
+    EXPECT_GT(j["diagnosis"]["samples"]["admitted"].get<int>(), 12);
+
+    const auto t = run("replay " + session);
+    EXPECT_EQ(t.out.rfind("verdict   not calibrated: no fit held\nwhy       " + why + "\n", 0), 0u) << t.out;
+    EXPECT_TRUE(has(t.out, "offset    fit        none"));
+    EXPECT_TRUE(has(t.out, "          truth      30.00 -20.00 50.00 µT\n          reference  31.00 -21.00 49.00 µT"));
 }
 
 TEST_F(CalhostTest, DemoSimulatesReplaysAndReports) {
-    const auto r = run("demo --dir " + file("demo") + " --duration 30");
+    const auto r = run("demo --dir " + file("demo"));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(has(slurp(file("demo") + "/session.csv"), "# truth offset_ut=30,-20,50 field_ut=45 inclination_deg=60"))
         << "the simulation's defaults";
@@ -308,7 +336,10 @@ TEST_F(CalhostTest, DemoSimulatesReplaysAndReports) {
         EXPECT_TRUE(std::filesystem::exists(file("demo") + "/" + name)) << name;
     }
     EXPECT_TRUE(has(r.out, "report    " + file("demo") + "/report.html"));
-    EXPECT_TRUE(has(r.out, "accuracy  level"));
+    // The verdict first; the level's drop during the disturbance, with the restart that made it.
+    EXPECT_EQ(r.out.rfind("verdict   calibrated: level 3 since ", 0), 0u) << r.out;
+    EXPECT_TRUE(has(r.out, "3 → 0 at ")) << r.out;
+    EXPECT_TRUE(has(r.out, " (restart: a magnetic disturbance while the phone lay still)")) << r.out;
 }
 
 }  // namespace

@@ -132,8 +132,19 @@ void Truth::add_comment(std::string_view text) {
     }
 }
 
-std::optional<std::array<double, 3>> Truth::offset_ut() const {
-    const auto it = values_.find("offset_ut");
+std::optional<std::array<double, 3>> Truth::offset_ut() const { return triple("offset_ut"); }
+
+std::optional<double> Truth::field_ut() const {
+    const auto it = values_.find("field_ut");
+    if (it == values_.end()) return std::nullopt;
+    char *end = nullptr;
+    const double v = std::strtod(it->second.c_str(), &end);
+    if (end == it->second.c_str() || *end != '\0' || !std::isfinite(v)) return std::nullopt;
+    return v;
+}
+
+std::optional<std::array<double, 3>> Truth::triple(const std::string &key) const {
+    const auto it = values_.find(key);
     if (it == values_.end()) return std::nullopt;
     return parse_triple(it->second);
 }

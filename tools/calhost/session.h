@@ -68,9 +68,12 @@ public:
     const std::map<std::string, std::string> &values() const { return values_; }
     // The hard-iron offset the session was made with, µT (`offset_ut=x,y,z`).
     std::optional<std::array<double, 3>> offset_ut() const;
+    // The true field strength, µT (`field_ut=`).
+    std::optional<double> field_ut() const;
 
 private:
     std::string keyword_;
+    std::optional<std::array<double, 3>> triple(const std::string &key) const;
     std::map<std::string, std::string> values_;
 };
 
