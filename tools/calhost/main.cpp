@@ -16,6 +16,7 @@
 #include <fmt/format.h>
 
 #include "commands.h"
+#include "import.h"
 #include "output_file.h"
 #include "report.h"
 #include "simulate.h"
@@ -187,6 +188,9 @@ int main(int argc, char **argv) {
     add_sim_options(demo, demo_sim, demo_offset);
     add_log_option(demo, log_level);
 
+    ImportOptions import_options;
+    auto *import_cmd = add_import_command(app, import_options);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
@@ -198,6 +202,10 @@ int main(int argc, char **argv) {
     try {
         if (*info) {
             std::cout << describe_module(module);
+            return kExitOk;
+        }
+        if (*import_cmd) {
+            import_recording(import_options);
             return kExitOk;
         }
         if (*simulate_cmd) {
