@@ -140,14 +140,14 @@ public:
     // The next line without its line break (CRLF too) and, on the first, without a
     // byte-order mark; false at the end of the file.
     bool next(std::string_view &line) {
-        int c = std::getc(file_.get());
+        int c = getc_unlocked(file_.get());
         if (c == EOF) {
             if (std::ferror(file_.get())) fail(fmt::format("read error: {}", std::strerror(errno)));
             return false;
         }
         ++line_no_;
         text_.clear();
-        for (; c != EOF && c != '\n'; c = std::getc(file_.get())) {
+        for (; c != EOF && c != '\n'; c = getc_unlocked(file_.get())) {
             if (c == '\0') fail("binary data (NUL byte): not a text file");
             if (text_.size() == kMaxLineBytes) fail(fmt::format("line longer than {} bytes: not a text file", kMaxLineBytes));
             text_ += static_cast<char>(c);
@@ -389,11 +389,14 @@ void import_recording(const ImportOptions &o) {
     std::string from = o.folder;
     for (const std::string &spec : o.csv) from += (from.empty() ? "" : " ") + spec;
     std::string text = "# Imported by calhost from " + from + ".\n";
-    text += fmt::format(
-        "# Magnetometer rows: the phone's uncalibrated field in uT, shifted by {},{},{} uT, divided by the chip's\n"
-        "# scale ({}, {}, {}) into raw counts. Accelerometer rows: m/s^2. Type {} rows: the phone's own rotation\n"
-        "# vector (x, y, z, w[, heading accuracy in rad]), passed on by a replay.\n",
-        shift[0], shift[1], shift[2], kMagScale[0], kMagScale[1], kMagScale[2], static_cast<int>(kRotationVector));
+    text += fmt::format("# Magnetometer rows: the phone's uncalibrated field in uT{}, divided by the chip's scale\n"
+                        "# ({}, {}, {}) into raw counts. Accelerometer rows: m/s^2.\n",
+                        o.mag_shift.empty() ? "" : fmt::format(" shifted by {},{},{} uT", shift[0], shift[1], shift[2]),
+                        kMagScale[0], kMagScale[1], kMagScale[2]);
+    if (columns > 3) {
+        text += fmt::format("# Type {} rows: the phone's own rotation vector x, y, z, w{}, passed on by a replay.\n",
+                            static_cast<int>(kRotationVector), columns > 4 ? ", heading accuracy in rad" : "");
+    }
     if (reference) {
         text += "# The phone's own final hard-iron estimate, shifted the same way:\n";
         for (std::size_t i = 0; i < 3; ++i) (*reference)[i] += shift[i];
