@@ -17,6 +17,7 @@
 
 #include "commands.h"
 #include "errors.h"
+#include "import.h"
 #include "module_log.h"
 #include "output_file.h"
 #include "report.h"
@@ -177,6 +178,9 @@ int main(int argc, char **argv) {
     add_sim_options(demo, demo_sim, demo_offset);
     add_log_option(demo, log_level);
 
+    ImportOptions import_options;
+    auto *import_cmd = add_import_command(app, import_options);
+
     if (const std::string why = unknown_command(app, argc, argv); !why.empty()) {
         std::cerr << "calhost: " << why << '\n';
         return kExitBadInput;
@@ -194,6 +198,10 @@ int main(int argc, char **argv) {
     auto run_command = [&]() -> int {
         if (*info) {
             std::cout << describe_module(module);
+            return kExitOk;
+        }
+        if (*import_cmd) {
+            import_recording(import_options);
             return kExitOk;
         }
         if (*simulate_cmd) {
