@@ -37,7 +37,7 @@ TEST_F(CalhostTest, InfoPrintsTheModuleAndItsFourAlgorithms) {
 }
 
 TEST_F(CalhostTest, EveryCommandHasHelpAndBadUsageExitsWithTwo) {
-    for (const char *cmd : {"", "info", "simulate", "replay", "report", "demo"}) {
+    for (const char *cmd : {"", "info", "simulate", "import", "replay", "report", "demo"}) {
         const auto r = run(std::string(cmd) + " --help");
         EXPECT_EQ(r.status, 0) << cmd;
         EXPECT_TRUE(has(r.out, "Usage"));
@@ -54,7 +54,7 @@ TEST_F(CalhostTest, EveryCommandHasHelpAndBadUsageExitsWithTwo) {
 TEST_F(CalhostTest, TheReadmeDocumentsEveryOptionOfEveryCommand) {
     const std::string readme = slurp(CALHOST_README);
     ASSERT_FALSE(readme.empty());
-    for (const char *cmd : {"", "info", "simulate", "replay", "report", "demo"}) {
+    for (const char *cmd : {"", "info", "simulate", "import", "replay", "report", "demo"}) {
         const std::string help = run(std::string(cmd) + " --help").out;
         for (std::size_t at = help.find("--"); at != std::string::npos; at = help.find("--", at + 2)) {
             const std::string option = help.substr(at, help.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", at + 2) - at);

@@ -106,6 +106,14 @@ TEST_F(CalhostTest, ImportRefusesBadRecordingsWithFileAndLineAndWritesNothing) {
         EXPECT_TRUE(has(r.err, message)) << args;
         EXPECT_FALSE(std::filesystem::exists(file("s.csv")));
     }
+    // A session written over the recording it comes from, through a link too.
+    std::filesystem::create_symlink(csv, file("link.csv"));
+    for (const std::string &out : {csv, file("link.csv")}) {
+        const auto r = run("import --csv mag=" + csv + " -o " + out);
+        EXPECT_EQ(r.status, 2) << out;
+        EXPECT_TRUE(has(r.err, "the output is the input")) << r.err;
+        EXPECT_EQ(slurp(csv), "time,x,y\n1,2,3\n");
+    }
 }
 
 }  // namespace

@@ -28,20 +28,6 @@
 namespace calhost {
 namespace {
 
-std::string_view trim(std::string_view s) {
-    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
-    while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
-    return s;
-}
-
-// A field shown in a message: printable and short, whatever the file holds.
-std::string shown(std::string_view s) {
-    std::string out;
-    for (char c : s.substr(0, 40)) out += (c >= 0x20 && c < 0x7F) ? c : '?';
-    if (s.size() > 40) out += "...";
-    return out;
-}
-
 bool same_name(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
     for (std::size_t i = 0; i < a.size(); ++i) {
@@ -366,6 +352,10 @@ void check_rate(const Input &in, std::uint64_t samples, std::int64_t first, std:
 
 void import_recording(const ImportOptions &o) {
     const std::vector<Input> inputs = o.folder.empty() ? csv_inputs(o) : folder_inputs(o.folder);
+    // The session must not replace one of the files it is made from.
+    std::vector<std::string> paths;
+    for (const Input &in : inputs) paths.push_back(in.path);
+    check_outputs(paths, {o.out});
     std::array<double, 3> shift{};
     if (!o.mag_shift.empty()) shift = *parse_triple(o.mag_shift);
 

@@ -77,6 +77,11 @@ private:
     std::map<std::string, std::string> values_;
 };
 
+// A field without the blanks (and carriage return) around it.
+std::string_view trim(std::string_view s);
+// A field shown in a message: printable, and short, whatever the file holds.
+std::string shown(std::string_view s);
+
 // Parses "x,y,z" (or "x y z") into three finite numbers.
 std::optional<std::array<double, 3>> parse_triple(std::string_view text);
 
