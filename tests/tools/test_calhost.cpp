@@ -209,8 +209,8 @@ TEST_F(CalhostTest, NonFiniteAndHugeReadingsGoToTheModuleAndTheReplayGoesOn) {
     EXPECT_EQ(j["in"]["2"].get<int>(), 125);
     EXPECT_EQ(j["in"]["77"].get<int>(), 5);
     // Other sensor types go to the framework as they came.
-    EXPECT_EQ(j["out"]["type_77"].get<int>(), 5);
-    EXPECT_TRUE(has(slurp(file("out.csv")), ",type_77,,nan,nan,nan,"));
+    EXPECT_EQ(j["out"]["phone_type_77"].get<int>(), 5);
+    EXPECT_TRUE(has(slurp(file("out.csv")), ",phone_type_77,,nan,nan,nan,"));
 }
 
 TEST_F(CalhostTest, TheModulesLogRecordsGoToStderrFromTheChosenPriorityStampedWithSessionTime) {

@@ -29,7 +29,10 @@ TEST_F(CalhostTest, ThePhonesOwnFilesReplayLikeTheSharedSession) {
     ASSERT_EQ(a.status, 0) << a.err;
     ASSERT_EQ(b.status, 0) << b.err;
     const auto ja = a.json(), jb = b.json();
-    EXPECT_GT(ja["in"]["11"].get<int>(), 0) << "the phone's rotation vector";
+    // The phone's rotation vector is passed on under its own name, never counted as the module's.
+    EXPECT_GT(ja["in"]["11"].get<int>(), 0);
+    EXPECT_EQ(ja["out"]["phone_rotation_vector"], ja["in"]["11"]);
+    EXPECT_EQ(ja["out"]["rotation_vector"], jb["out"]["rotation_vector"]);
     EXPECT_EQ(ja["final_level"], jb["final_level"]);
     for (const char *level : {"0", "1", "2", "3"}) {
         ASSERT_FALSE(jb["level_first_s"][level].is_null()) << level;

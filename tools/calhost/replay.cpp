@@ -75,7 +75,7 @@ void Replayer::begin() {
 }
 
 void Replayer::emit(std::int64_t t, int type, const float *v, int count, const int *status, bool passed_on) {
-    ++summary_.out[type];
+    ++(passed_on ? summary_.passed_on : summary_.out)[type];
     if (!sink_) return;
     OutputEvent e;
     e.time_ns = t;

@@ -25,6 +25,11 @@ std::string type_name(int type) {
     }
 }
 
+std::string passed_on_name(int type) {
+    // Type 4 from the module is the soft gyroscope; from the phone it is a real one.
+    return "phone_" + (type == 4 ? std::string("gyroscope") : type_name(type));
+}
+
 namespace {
 
 template <class T>
@@ -131,6 +136,7 @@ nlohmann::json ReplaySummary::to_json() const {
     j["in"] = jin;
     json jout = json::object();
     for (const auto &[type, n] : out) jout[type_name(type)] = n;
+    for (const auto &[type, n] : passed_on) jout[passed_on_name(type)] = n;
     j["out"] = jout;
     json levels = json::object();
     for (std::size_t i = 0; i < level_first_s.size(); ++i) levels[std::to_string(i)] = opt(level_first_s[i]);
@@ -217,12 +223,23 @@ std::string ReplaySummary::to_text() const {
     std::map<int, bool> types;
     for (const auto &kv : in) types[kv.first] = true;
     for (const auto &kv : out) types[kv.first] = true;
+    auto count = [](const std::map<int, std::uint64_t> &m, int type) {
+        const auto it = m.find(type);
+        return it == m.end() ? std::string("-") : std::to_string(it->second);
+    };
+    auto row = [&s](int type, const std::string &name, const std::string &n_in, const std::string &n_out) {
+        s += fmt::format("          {:<34} {:>9} {:>9}\n", fmt::format("{:>5} {}", type, name), n_in, n_out);
+    };
     for (const auto &kv : types) {
-        const auto i = in.find(kv.first);
-        const auto o = out.find(kv.first);
-        s += fmt::format("          {:<34} {:>9} {:>9}\n", fmt::format("{:>5} {}", kv.first, type_name(kv.first)),
-                         i == in.end() ? std::string("-") : std::to_string(i->second),
-                         o == out.end() ? std::string("-") : std::to_string(o->second));
+        const int type = kv.first;
+        // A type the phone delivers itself and the module computes too (the rotation
+        // vector) gets a row for each, so the two are never summed.
+        if (passed_on.count(type)) {
+            row(type, passed_on_name(type), count(in, type), count(passed_on, type));
+            if (out.count(type)) row(type, type_name(type), "-", count(out, type));
+        } else {
+            row(type, type_name(type), count(in, type), count(out, type));
+        }
     }
     if (param_writes > 0) {
         s += fmt::format("stored    the module wrote its parameter file {} times; it holds \"{}\"\n", param_writes,

@@ -18,6 +18,9 @@ namespace calhost {
 
 // "magnetic_field", "orientation", ...; "type_N" for types calhost has no name for.
 std::string type_name(int type);
+// The name of an input row the module has no algorithm for, handed on unchanged:
+// "phone_rotation_vector" beside the module's own "rotation_vector".
+std::string passed_on_name(int type);
 
 struct ReplaySummary {
     std::string session;
@@ -29,7 +32,8 @@ struct ReplaySummary {
     std::uint64_t events = 0;
     double duration_s = 0.0;
     std::map<int, std::uint64_t> in;   // rows per input sensor type
-    std::map<int, std::uint64_t> out;  // outputs per output type
+    std::map<int, std::uint64_t> out;  // the module's outputs per output type
+    std::map<int, std::uint64_t> passed_on;  // input rows handed on unchanged, per type
     std::array<std::optional<double>, 4> level_first_s;  // seconds from the first row
     int final_level = -1;                                // -1: no magnetometer output
     // The fit's offset: only when the calibration accepted a fit during the replay.
