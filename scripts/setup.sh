@@ -41,11 +41,11 @@ if [ "${#missing[@]}" -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
 
-# The report embeds plotly.js, pinned in tools/report/package.json and fetched with npm;
+# The report embeds the 3D partial bundle of plotly.js, pinned in tools/report/package.json and fetched with npm;
 # machines of this kind come with Node.js, but bring npm from Debian where it is missing.
 if ! command -v npm >/dev/null; then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends npm >/dev/null
 fi
-if command -v npm >/dev/null && [ ! -f tools/report/node_modules/plotly.js-dist-min/plotly.min.js ] && [ -f tools/report/package.json ]; then
+if command -v npm >/dev/null && [ ! -f tools/report/node_modules/plotly.js-gl3d-dist-min/plotly-gl3d.min.js ] && [ -f tools/report/package.json ]; then
   (cd tools/report && npm ci --silent --no-audit --no-fund >/dev/null 2>&1 || npm install --silent --no-audit --no-fund >/dev/null)
 fi

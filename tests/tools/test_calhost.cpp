@@ -36,7 +36,7 @@ TEST_F(CalhostTest, InfoPrintsTheModuleAndItsFourAlgorithms) {
 }
 
 TEST_F(CalhostTest, EveryCommandHasHelpAndBadUsageExitsWithTwo) {
-    for (const char *cmd : {"", "info", "simulate", "replay", "report", "demo"}) {
+    for (const char *cmd : {"", "info", "simulate", "import", "replay", "report", "demo"}) {
         const auto r = run(std::string(cmd) + " --help");
         EXPECT_EQ(r.status, 0) << cmd;
         EXPECT_TRUE(has(r.out, "Usage"));
@@ -53,7 +53,7 @@ TEST_F(CalhostTest, EveryCommandHasHelpAndBadUsageExitsWithTwo) {
 TEST_F(CalhostTest, TheReadmeDocumentsEveryOptionOfEveryCommand) {
     const std::string readme = slurp(CALHOST_README);
     ASSERT_FALSE(readme.empty());
-    for (const char *cmd : {"", "info", "simulate", "replay", "report", "demo"}) {
+    for (const char *cmd : {"", "info", "simulate", "import", "replay", "report", "demo"}) {
         const std::string help = run(std::string(cmd) + " --help").out;
         for (std::size_t at = help.find("--"); at != std::string::npos; at = help.find("--", at + 2)) {
             const std::string option = help.substr(at, help.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", at + 2) - at);
@@ -208,8 +208,8 @@ TEST_F(CalhostTest, NonFiniteAndHugeReadingsGoToTheModuleAndTheReplayGoesOn) {
     EXPECT_EQ(j["in"]["2"].get<int>(), 125);
     EXPECT_EQ(j["in"]["77"].get<int>(), 5);
     // Other sensor types go to the framework as they came.
-    EXPECT_EQ(j["out"]["type_77"].get<int>(), 5);
-    EXPECT_TRUE(has(slurp(file("out.csv")), ",type_77,,nan,nan,nan,"));
+    EXPECT_EQ(j["out"]["phone_type_77"].get<int>(), 5);
+    EXPECT_TRUE(has(slurp(file("out.csv")), ",phone_type_77,,nan,nan,nan,"));
 }
 
 TEST_F(CalhostTest, TheModulesLogRecordsGoToStderrFromTheChosenPriorityStampedWithSessionTime) {
@@ -278,8 +278,35 @@ TEST_F(CalhostTest, SimulatedSessionsCalibrateNearTheirTruthAndReplayIdentically
     }
 }
 
+// A session whose field is beyond what the calibration accepts: no offset is invented,
+// the reason is one sentence, and truth and reference stand side by side.
+TEST_F(CalhostTest, ASessionThatNeverCalibratesSaysWhyAndShowsNoOffset) {
+    const std::string session = file("strong.csv");
+    ASSERT_EQ(run("simulate --field 60 --duration 30 -o " + session).status, 0);
+    const std::string text = "# reference offset_ut=31,-21,49\n" + slurp(session);
+    write("strong.csv", text);
+    const auto j = run("replay " + session + " --json").json();
+    EXPECT_TRUE(j["offset_ut"].is_null());
+    EXPECT_TRUE(j["radius_ut"].is_null());
+    EXPECT_TRUE(j["offset_error_ut"].is_null());
+    EXPECT_TRUE(j["reference_error_ut"].is_null());
+    EXPECT_TRUE(j["truth_offset_ut"].is_array());
+    EXPECT_TRUE(j["reference_offset_ut"].is_array());
+    EXPECT_EQ(j["reference_source"], "session");
+    const std::string why = j["diagnosis"]["summary"].get<std::string>();
+    EXPECT_TRUE(has(why, "fits were refused")) << why;
+    EXPECT_EQ(why.find(". "), std::string::npos) << "one sentence: " << why;
+    EXPECT_EQ(j["diagnosis"]["fits"]["kept"].get<int>(), 0);
+    EXPECT_GT(j["diagnosis"]["samples"]["admitted"].get<int>(), 12);
+
+    const auto t = run("replay " + session);
+    EXPECT_EQ(t.out.rfind("verdict   not calibrated: no fit held\nwhy       " + why + "\n", 0), 0u) << t.out;
+    EXPECT_TRUE(has(t.out, "offset    fit        none"));
+    EXPECT_TRUE(has(t.out, "          truth      30.00 -20.00 50.00 µT\n          reference  31.00 -21.00 49.00 µT"));
+}
+
 TEST_F(CalhostTest, DemoSimulatesReplaysAndReports) {
-    const auto r = run("demo --dir " + file("demo") + " --duration 30");
+    const auto r = run("demo --dir " + file("demo"));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(has(slurp(file("demo") + "/session.csv"), "# truth offset_ut=30,-20,50 field_ut=45 inclination_deg=60"))
         << "the simulation's defaults";
@@ -287,7 +314,10 @@ TEST_F(CalhostTest, DemoSimulatesReplaysAndReports) {
         EXPECT_TRUE(std::filesystem::exists(file("demo") + "/" + name)) << name;
     }
     EXPECT_TRUE(has(r.out, "report    " + file("demo") + "/report.html"));
-    EXPECT_TRUE(has(r.out, "accuracy  level"));
+    // The verdict first; the level's drop during the disturbance, with the restart that made it.
+    EXPECT_EQ(r.out.rfind("verdict   calibrated: level 3 since ", 0), 0u) << r.out;
+    EXPECT_TRUE(has(r.out, "3 → 0 at ")) << r.out;
+    EXPECT_TRUE(has(r.out, " (restart: a magnetic disturbance while the phone lay still)")) << r.out;
 }
 
 }  // namespace

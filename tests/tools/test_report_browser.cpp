@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <string>
 
 #include "calhost_runner.h"
@@ -42,7 +43,7 @@ protected:
     // the page's DOM after its scripts ran in headless chromium.
     std::string render(const std::string &session) {
         const std::string html = file("report.html");
-        const auto r = run("report " + session + " -o " + html);
+        const auto r = run("report '" + session + "' -o " + html);
         EXPECT_EQ(r.status, 0) << r.err;
         // Self-contained: no script, style or image is fetched from anywhere.
         const std::string page = slurp(html);
@@ -58,40 +59,60 @@ protected:
                                 " --virtual-time-budget=15000 --dump-dom file://" + html + " >" + dom_file + " 2>" +
                                 file("chromium.log");
         EXPECT_EQ(std::system(cmd.c_str()), 0) << slurp(file("chromium.log"));
+        size_ = page.size();
         return slurp(dom_file);
     }
 
-    static void expect_every_plot_drawn(const std::string &dom) {
+    // Every plot the page announces is drawn, with no script error; the verdict leads.
+    static void expect_every_plot_drawn(const std::string &dom, const std::string &expected) {
         ASSERT_FALSE(dom.empty());
         const std::string errors = element(dom, "errors").substr(0, 2000);
         EXPECT_EQ(dom.find("data-script-errors=\""), std::string::npos) << errors;
         EXPECT_TRUE(has(dom, "<pre id=\"errors\"></pre>"));
-        EXPECT_TRUE(has(dom, "data-plots-rendered=\"6\""));
-        for (const char *id : {"plot-level", "plot-magnitude", "plot-cloud", "plot-orientation", "plot-heading",
-                               "plot-pocket"}) {
-            EXPECT_TRUE(has(element(dom, id), "class=\"main-svg\""));
-        }
-        // The 3D cloud is drawn with WebGL, on a canvas.
-        EXPECT_TRUE(has(element(dom, "plot-cloud"), "<canvas"));
-        // The summary table was filled.
-        EXPECT_TRUE(has(dom, "<th>Final level</th>"));
+        EXPECT_TRUE(has(dom, "data-plots-expected=\"" + expected + "\""));
+        EXPECT_TRUE(has(dom, "data-plots-rendered=\"" + expected + "\""));
+        EXPECT_TRUE(has(dom, "<p class=\"verdict "));
     }
 
     std::string chromium_;
+    std::size_t size_ = 0;
 };
 
-TEST_F(ReportInBrowser, ASimulatedSessionDrawsEveryPlot) {
-    const std::string session = file("sim.csv");
-    ASSERT_EQ(run("simulate --duration 30 -o " + session).status, 0);
-    const std::string dom = render(session);
-    expect_every_plot_drawn(dom);
-    EXPECT_TRUE(has(dom, "<th>Offset error</th>"));
+// A simulated session under a file name full of markup, with the phone's own rotation
+// vector added: every panel drawn, the 3D cloud on a canvas.
+TEST_F(ReportInBrowser, AHostileFileNameStillGivesAWorkingReportWithEveryPanel) {
+    const std::string sim = file("sim.csv");
+    ASSERT_EQ(run("simulate --duration 30 -o " + sim).status, 0);
+    std::string text, line;
+    std::istringstream in(slurp(sim));
+    while (std::getline(in, line)) {
+        text += line + "\n";
+        const auto comma = line.find(',');  // after each accelerometer row, one of the phone's rotation vector
+        if (comma != std::string::npos && line.compare(comma, 3, ",1,") == 0) text += line.substr(0, comma) + ",11,0,0,0.38\n";
+    }
+    const std::string dom = render(write("x<b>&<!--<script>.csv", text));
+    expect_every_plot_drawn(dom, "7");
+    for (const char *id : {"plot-level", "plot-offset", "plot-magnitude", "plot-cloud", "plot-orientation",
+                           "plot-heading", "plot-pocket"}) {
+        EXPECT_TRUE(has(element(dom, id), "class=\"main-svg\"")) << id;
+    }
+    EXPECT_TRUE(has(element(dom, "plot-cloud"), "<canvas"));
+    EXPECT_TRUE(has(element(dom, "plot-heading"), "phone rotation vector"));
+    EXPECT_TRUE(has(dom, "x&lt;b&gt;&amp;&lt;!--&lt;script&gt;.csv"));
 }
 
-TEST_F(ReportInBrowser, ASessionWithoutMagnetometerStillDrawsEveryPlotAndSaysWhatIsMissing) {
+TEST_F(ReportInBrowser, EmptyPanelsAreLeftOutWithANote) {
     const std::string dom = render(write("pocket.csv", "time_ns,type,v0,v1,v2\n1000,5,500,0,0\n2000,8,0,0,0\n"));
-    expect_every_plot_drawn(dom);
-    EXPECT_TRUE(has(dom, "No calibrated magnetometer output in this replay."));
+    expect_every_plot_drawn(dom, "1");
+    EXPECT_TRUE(has(dom, "Accuracy level: no calibrated magnetometer output in this replay"));
+    EXPECT_EQ(dom.find("id=\"plot-cloud\""), std::string::npos);
+}
+
+TEST_F(ReportInBrowser, TheRealRecordingsReportIsSmallAndDrawn) {
+    const std::string session = std::string(CALMODULE_DATA_DIR) + "/nexus5-figure-eight.csv";
+    if (!std::filesystem::exists(session)) GTEST_SKIP() << "the real recording is absent: " << session;
+    expect_every_plot_drawn(render(session), "6");
+    EXPECT_LT(size_, 2500000u);
 }
 
 }  // namespace

@@ -14,7 +14,8 @@ CsvSink::CsvSink(OutputFile &file, int columns) : file_(file), columns_(columns)
 }
 
 void CsvSink::output(const OutputEvent &e) {
-    fmt::format_to(std::back_inserter(buf_), "{},{},", e.time_ns, type_name(e.type));
+    fmt::format_to(std::back_inserter(buf_), "{},{},", e.time_ns,
+                   e.passed_on ? passed_on_name(e.type) : type_name(e.type));
     if (e.has_status) fmt::format_to(std::back_inserter(buf_), "{}", e.status);
     for (int i = 0; i < columns_; ++i) {
         buf_ += ',';

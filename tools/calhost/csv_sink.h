@@ -37,6 +37,10 @@ public:
         if (a_) a_->output(e);
         if (b_) b_->output(e);
     }
+    void fit_offset(std::int64_t t, const float *offset) override {
+        if (a_) a_->fit_offset(t, offset);
+        if (b_) b_->fit_offset(t, offset);
+    }
 
 private:
     ReplaySink *a_;

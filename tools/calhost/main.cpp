@@ -1,5 +1,5 @@
 // calhost: loads a calibration module as an Android sensors HAL does, and simulates,
-// replays and reports sensor sessions through it.
+// imports, replays and reports sensor sessions through it.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +17,7 @@
 
 #include "commands.h"
 #include "errors.h"
+#include "import.h"
 #include "module_log.h"
 #include "output_file.h"
 #include "report.h"
@@ -109,8 +110,8 @@ std::string unknown_command(const CLI::App &app, int argc, char **argv) {
 int main(int argc, char **argv) {
     CLI::App app{
         "calhost: loads a sensor calibration module as an Android sensors HAL does, and simulates,\n"
-        "replays and reports sensor sessions through it. Exit status: 0 success, 1 the run failed,\n"
-        "2 bad usage or input."};
+        "imports, replays and reports sensor sessions through it. Exit status: 0 success, 1 the\n"
+        "run failed, 2 bad usage or input."};
     app.require_subcommand(1);
     app.fallthrough(false);
     app.set_version_flag("--version", fmt::format("calhost {}", CALHOST_VERSION));
@@ -130,6 +131,10 @@ int main(int argc, char **argv) {
                     "face down, a passing magnetic disturbance and a trip into a pocket; the truth goes into comments");
     simulate_cmd->add_option("-o,--out", sim_out, "Session file to write (default: standard output)");
     add_sim_options(simulate_cmd, sim, sim_offset);
+
+    // import
+    ImportOptions import_options;
+    auto *import_cmd = add_import_command(app, import_options);
 
     // replay
     std::string session, out_csv, param_file, reference;
@@ -194,6 +199,10 @@ int main(int argc, char **argv) {
     auto run_command = [&]() -> int {
         if (*info) {
             std::cout << describe_module(module);
+            return kExitOk;
+        }
+        if (*import_cmd) {
+            import_recording(import_options);
             return kExitOk;
         }
         if (*simulate_cmd) {

@@ -111,7 +111,15 @@ Module::Module(const std::string &path, ParamFileSandbox &files) : path_(path), 
     gravity_ = reinterpret_cast<VectorFn>(dlsym(handle_, "get_gravity_value"));
     soft_gyro_ = reinterpret_cast<VectorFn>(dlsym(handle_, "get_soft_gyro_value"));
     m_rvector_ = static_cast<const float *>(dlsym(handle_, "m_rvector"));
-    msensor_ = static_cast<const MsensorView *>(dlsym(handle_, "Msensor"));
+    state_.msensor = static_cast<const magcal_record *>(dlsym(handle_, "Msensor"));
+    state_.latest_offset = static_cast<const float *>(dlsym(handle_, "LatestOffset"));
+    state_.cali_flag = static_cast<const std::int16_t *>(dlsym(handle_, "cali_flag"));
+    state_.cali_ret = static_cast<const std::int16_t *>(dlsym(handle_, "cali_ret"));
+    state_.noise_flag = static_cast<const std::int16_t *>(dlsym(handle_, "noise_flag"));
+    state_.noise_count = static_cast<const std::int32_t *>(dlsym(handle_, "noiseCount"));
+    state_.l_noise_count = static_cast<const std::int16_t *>(dlsym(handle_, "l_noiseCount"));
+    state_.optimal_flag = static_cast<const std::int32_t *>(dlsym(handle_, "optimalFlag"));
+    state_.run_o = static_cast<const std::int16_t *>(dlsym(handle_, "run_o"));
     get_offset_ = reinterpret_cast<void (*)(float *)>(dlsym(handle_, "get_magnetic_offset"));
 }
 

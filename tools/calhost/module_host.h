@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "calmodule/magcal.h"
 #include "calmodule/module.h"
 #include "param_sandbox.h"
 
@@ -24,15 +25,18 @@ public:
 // The path of the module built together with calhost.
 const char *default_module_path();
 
-// The sphere-fit record the module exports as `Msensor` (fields in their order).
-struct MsensorView {
-    std::int32_t fitCount;
-    std::int32_t dotsCount;
-    std::int32_t radiusErrCount;
-    std::int32_t dotsFull;
-    float radius[60];
-    float sphere[60][4];
-    float dots[12][3];
+// The calibration's exported state, read after every magnetometer event to say why a
+// phone does or does not calibrate. Each pointer is null when the build lacks the name.
+struct CalibrationState {
+    const magcal_record *msensor = nullptr;   // Msensor: held fits and the sample buffer
+    const float *latest_offset = nullptr;     // LatestOffset, µT
+    const std::int16_t *cali_flag = nullptr;  // 0: sample collection stopped (face down)
+    const std::int16_t *cali_ret = nullptr;   // 1: restart requested (disturbance while still)
+    const std::int16_t *noise_flag = nullptr; // off-shell readings since the last report
+    const std::int32_t *noise_count = nullptr;      // noiseCount: implausible readings
+    const std::int16_t *l_noise_count = nullptr;    // l_noiseCount: gross readings
+    const std::int32_t *optimal_flag = nullptr;     // optimalFlag
+    const std::int16_t *run_o = nullptr;            // 0 while the orientation holds (device still)
 };
 
 using VectorFn = void (*)(const float acc[3], const std::int32_t *period, float out[3]);
@@ -61,7 +65,8 @@ public:
     VectorFn gravity_fn() const { return gravity_; }
     VectorFn soft_gyro_fn() const { return soft_gyro_; }
     const float *rotation_vector() const { return m_rvector_; }  // m_rvector, 3 floats
-    const MsensorView *msensor() const { return msensor_; }
+    const magcal_record *msensor() const { return state_.msensor; }
+    const CalibrationState &calibration_state() const { return state_; }
     bool has_offset_accessor() const { return get_offset_ != nullptr; }
 
     void gravity(const float acc[3], std::int32_t period, float out[3]) const;
@@ -77,7 +82,7 @@ private:
     VectorFn gravity_ = nullptr;
     VectorFn soft_gyro_ = nullptr;
     const float *m_rvector_ = nullptr;
-    const MsensorView *msensor_ = nullptr;
+    CalibrationState state_;
     void (*get_offset_)(float *) = nullptr;
 };
 

@@ -6,24 +6,9 @@
 
 #include <fmt/format.h>
 
-namespace calhost {
+#include "sha256.h"
 
-std::string type_name(int type) {
-    switch (type) {
-        case kAccelerometer: return "accelerometer";
-        case kMagneticField: return "magnetic_field";
-        case kOrientation: return "orientation";
-        case kGyroscope: return "soft_gyroscope";
-        case kLight: return "light";
-        case kProximity: return "proximity";
-        case kGravity: return "gravity";
-        case kLinearAcceleration: return "linear_acceleration";
-        case kRotationVector: return "rotation_vector";
-        case kMagneticFieldUncalibrated: return "magnetic_field_uncalibrated";
-        case kPocket: return "pocket";
-        default: return fmt::format("type_{}", type);
-    }
-}
+namespace calhost {
 
 namespace {
 
@@ -64,7 +49,8 @@ std::int32_t period_ms(std::int64_t previous, std::int64_t now) {
 
 }  // namespace
 
-Replayer::Replayer(const Module &module, ReplaySink *sink) : module_(module), sink_(sink) {
+Replayer::Replayer(const Module &module, ReplaySink *sink)
+    : module_(module), sink_(sink), diagnosis_(module.calibration_state()) {
     // A HAL binds each algorithm by the sensor type of its record.
     mag_cal_ = module.algo_for(kMagneticField);
     orientation_ = module.algo_for(kOrientation);
@@ -74,6 +60,7 @@ Replayer::Replayer(const Module &module, ReplaySink *sink) : module_(module), si
     summary_.module_id = module.info().id ? module.info().id : "";
     summary_.module_vendor = module.info().vendor ? module.info().vendor : "";
     summary_.module_version = module.info().version;
+    summary_.module_sha256 = sha256_file(module.path());
     if (!module.gravity_fn()) summary_.absent.emplace_back("get_gravity_value (gravity, linear acceleration)");
     if (!module.rotation_vector()) summary_.absent.emplace_back("m_rvector (rotation vector)");
     if (!module.soft_gyro_fn()) summary_.absent.emplace_back("get_soft_gyro_value (soft gyroscope)");
@@ -87,8 +74,8 @@ void Replayer::begin() {
     }
 }
 
-void Replayer::emit(std::int64_t t, int type, const float *v, int count, const int *status) {
-    ++summary_.out[type];
+void Replayer::emit(std::int64_t t, int type, const float *v, int count, const int *status, bool passed_on) {
+    ++(passed_on ? summary_.passed_on : summary_.out)[type];
     if (!sink_) return;
     OutputEvent e;
     e.time_ns = t;
@@ -96,6 +83,7 @@ void Replayer::emit(std::int64_t t, int type, const float *v, int count, const i
     e.has_status = status != nullptr;
     e.status = status ? *status : 0;
     e.count = count;
+    e.passed_on = passed_on;
     for (int i = 0; i < count; ++i) e.v[static_cast<std::size_t>(i)] = v[i];
     sink_->output(e);
 }
@@ -118,46 +106,86 @@ void Replayer::feed(const SessionRow &row) {
         case kProximity: pocket(in); break;
         default:
             // Sensors the module has no algorithm for go to the framework unchanged.
-            emit(row.time_ns, row.type, in.data, row.count);
+            emit(row.time_ns, row.type, in.data, row.count, nullptr, true);
             break;
     }
 }
 
 void Replayer::magnetometer(const SessionRow &row, const sensors_event_t &in) {
     const std::int64_t t = row.time_ns;
+    const double t_s = seconds_between(first_time_, t);
+    // The sample as the module scales it, in single precision.
+    const float scaled[3] = {in.data[0] * kMagScale[0], in.data[1] * kMagScale[1], in.data[2] * kMagScale[2]};
     // The magnetic-field event the framework sees: the calibrated one when the module
     // calibrates, else the chip's own.
     sensors_event_t field = in;
     bool calibrated = false;
+    int level = -1;
     if (mag_cal_) {
         sensors_event_t out = cleared_output(in, kMagneticField);
+        diagnosis_.before_magnetometer();
         if (module_.convert(mag_cal_, in, &out) == 0) {
             field = out;
             calibrated = true;
-            const int status = out.vector.status;
-            emit(t, kMagneticField, out.data, 3, &status);
-            if (status >= 0 && status <= 3) {
-                auto &first = summary_.level_first_s[static_cast<std::size_t>(status)];
-                if (!first) first = seconds_between(first_time_, t);
+            level = out.vector.status;
+            emit(t, kMagneticField, out.data, 3, &level);
+            if (level >= 0 && level <= 3) {
+                auto &first = summary_.level_first_s[static_cast<std::size_t>(level)];
+                if (!first) first = t_s;
+                if (level >= 1) fit_accepted_ = true;
             }
-            summary_.final_level = status;
+            summary_.final_level = level;
         }
+        diagnosis_.after_magnetometer(t_s, level, scaled);
     }
+    have_offset_ = fit_accepted_ && module_.magnetic_offset(offset_);
     if (mag_uncal_ && calibrated) {
         // The uncalibrated algorithm wants the calibrated field in data[0..2] and the
         // uncalibrated one in data[4..6], and reports bias = uncalibrated − calibrated.
         // The uncalibrated field a HAL holds is the chip's reading in µT before any
         // hard-iron correction: the raw counts times the chip's scale, in single
         // precision exactly as the module scales them. The bias is then the hard-iron
-        // offset (plus what the calibrated output's smoothing lags behind).
+        // offset plus the disturbance correction (plus what the calibrated output's
+        // smoothing lags behind while the phone moves).
         sensors_event_t u = field;
-        for (int i = 0; i < 3; ++i) u.data[4 + i] = in.data[i] * kMagScale[i];
+        for (int i = 0; i < 3; ++i) u.data[4 + i] = scaled[i];
         sensors_event_t out = cleared_output(u, kMagneticFieldUncalibrated);
-        if (module_.convert(mag_uncal_, u, &out) == 0) emit(t, kMagneticFieldUncalibrated, out.data, 6);
+        if (module_.convert(mag_uncal_, u, &out) == 0) {
+            emit(t, kMagneticFieldUncalibrated, out.data, 6);
+            if (fit_accepted_) apps_offset(out.data + 3);
+        }
     }
+    if (sink_ && fit_accepted_ && have_offset_) sink_->fit_offset(t, offset_);
     // The orientation algorithm takes the magnetic-field event the framework gets,
     // with the accuracy level in its status byte.
     orientation(field);
+}
+
+void Replayer::apps_offset(const float *bias) {
+    // What apps take for the offset is the bias of the uncalibrated event. While the
+    // phone moves it also carries the lag of the calibrated output's smoothing, so the
+    // bias counts once the phone has lain still (as the orientation computation sees
+    // it) for kSettledSamples samples; without such a spell, the mean bias since the
+    // fit's offset last changed, over which the lag averages out.
+    constexpr int kSettledSamples = 30;
+    const CalibrationState &st = module_.calibration_state();
+    rest_run_ = (st.run_o && *st.run_o == 0) ? rest_run_ + 1 : 0;
+    if (rest_run_ >= kSettledSamples) {
+        summary_.apps_offset_ut = std::array<float, 3>{bias[0], bias[1], bias[2]};
+        summary_.apps_offset_at_rest = true;
+        return;
+    }
+    if (summary_.apps_offset_at_rest) return;
+    if (!have_offset_ || std::memcmp(offset_, bias_offset_, sizeof offset_) != 0) {
+        std::memcpy(bias_offset_, offset_, sizeof offset_);
+        bias_sum_ = {};
+        bias_n_ = 0;
+    }
+    for (std::size_t i = 0; i < 3; ++i) bias_sum_[i] += static_cast<double>(bias[i]);
+    ++bias_n_;
+    summary_.apps_offset_ut = std::array<float, 3>{static_cast<float>(bias_sum_[0] / bias_n_),
+                                                   static_cast<float>(bias_sum_[1] / bias_n_),
+                                                   static_cast<float>(bias_sum_[2] / bias_n_)};
 }
 
 void Replayer::accelerometer(const SessionRow &row, const sensors_event_t &in) {
@@ -216,112 +244,21 @@ ReplaySummary Replayer::end(const SessionReader &reader) {
     ReplaySummary s = summary_;
     s.session = reader.path();
     s.duration_s = have_first_ ? seconds_between(first_time_, last_time_) : 0.0;
+    // No fit, no offset: the offset in force before the first fit is only what the
+    // parameter file held (or zero), not something this session showed.
     float offset[3];
-    if (module_.magnetic_offset(offset)) s.offset_ut = std::array<float, 3>{offset[0], offset[1], offset[2]};
-    if (const MsensorView *m = module_.msensor()) {
-        const int n = m->fitCount;
-        if (n > 0 && n <= 60) {
-            double sum = 0.0;
-            for (int i = 0; i < n; ++i) sum += static_cast<double>(m->radius[i]);
-            s.radius_ut = sum / n;
-            s.fits = n;
-        }
+    if (fit_accepted_ && module_.magnetic_offset(offset)) {
+        s.offset_ut = std::array<float, 3>{offset[0], offset[1], offset[2]};
     }
-    if (const auto truth = reader.truth().offset_ut()) {
-        s.set_reference(*truth);
-        s.truth_is_reference = false;
+    const auto mag_rows = s.in.count(kMagneticField) ? s.in.at(kMagneticField) : 0;
+    s.diagnosis = diagnosis_.finish(s.offset_ut, mag_rows, s.final_level >= 0);
+    if (s.offset_ut) {
+        s.radius_ut = s.diagnosis.held_radius_ut;
+        s.fits = s.diagnosis.fits_held;
     }
-    return s;
-}
-
-void ReplaySummary::set_reference(const std::array<double, 3> &offset) {
-    truth_offset_ut = offset;
-    truth_is_reference = true;
-    offset_error_ut.reset();
-    if (offset_ut) {
-        double sq = 0.0;
-        for (std::size_t i = 0; i < 3; ++i) {
-            const double d = static_cast<double>((*offset_ut)[i]) - offset[i];
-            sq += d * d;
-        }
-        offset_error_ut = std::sqrt(sq);
-    }
-}
-
-nlohmann::json ReplaySummary::to_json() const {
-    using nlohmann::json;
-    json j;
-    j["session"] = session;
-    j["module"] = {{"path", module_path}, {"id", module_id}, {"vendor", module_vendor}, {"version", module_version}};
-    j["events"] = events;
-    j["duration_s"] = duration_s;
-    json jin = json::object();
-    for (const auto &[type, n] : in) jin[std::to_string(type)] = n;
-    j["in"] = jin;
-    json jout = json::object();
-    for (const auto &[type, n] : out) jout[type_name(type)] = n;
-    j["out"] = jout;
-    json levels = json::object();
-    for (std::size_t i = 0; i < level_first_s.size(); ++i) {
-        levels[std::to_string(i)] = level_first_s[i] ? json(*level_first_s[i]) : json(nullptr);
-    }
-    j["level_first_s"] = levels;
-    j["final_level"] = final_level;
-    j["offset_ut"] = offset_ut ? json(*offset_ut) : json(nullptr);
-    j["radius_ut"] = radius_ut ? json(*radius_ut) : json(nullptr);
-    j["fits"] = fits;
-    j["truth_offset_ut"] = truth_offset_ut ? json(*truth_offset_ut) : json(nullptr);
-    j["truth_is_reference"] = truth_is_reference;
-    j["offset_error_ut"] = offset_error_ut ? json(*offset_error_ut) : json(nullptr);
-    j["param_file"] = {{"writes", param_writes}, {"content", param_content}};
-    j["absent"] = absent;
-    return j;
-}
-
-std::string ReplaySummary::to_text() const {
-    std::string s;
-    s += fmt::format("session   {}  ({:.2f} s, {} events)\n", session, duration_s, events);
-    s += fmt::format("module    {} version {} by {}  ({})\n", module_id, module_version, module_vendor, module_path);
-    s += fmt::format("events    {:<34} {:>9} {:>9}\n", "sensor type", "in", "out");
-    std::map<int, bool> types;
-    for (const auto &kv : in) types[kv.first] = true;
-    for (const auto &kv : out) types[kv.first] = true;
-    for (const auto &kv : types) {
-        const auto i = in.find(kv.first);
-        const auto o = out.find(kv.first);
-        s += fmt::format("          {:<34} {:>9} {:>9}\n", fmt::format("{:>5} {}", kv.first, type_name(kv.first)),
-                         i == in.end() ? std::string("-") : std::to_string(i->second),
-                         o == out.end() ? std::string("-") : std::to_string(o->second));
-    }
-    if (final_level < 0) {
-        s += "accuracy  no calibrated magnetometer output\n";
-    } else {
-        std::string levels;
-        for (std::size_t i = 0; i < level_first_s.size(); ++i) {
-            if (!levels.empty()) levels += ", ";
-            levels += level_first_s[i] ? fmt::format("{} at {:.2f} s", i, *level_first_s[i])
-                                       : fmt::format("{} never", i);
-        }
-        s += fmt::format("accuracy  level {}; final level {}\n", levels, final_level);
-    }
-    if (offset_ut) {
-        s += fmt::format("offset    {:.2f} {:.2f} {:.2f} µT", (*offset_ut)[0], (*offset_ut)[1], (*offset_ut)[2]);
-        if (radius_ut) s += fmt::format("   field radius {:.2f} µT (mean of {} held fits)", *radius_ut, fits);
-        s += "\n";
-    }
-    if (truth_offset_ut) {
-        s += fmt::format("{}{:.2f} {:.2f} {:.2f} µT", truth_is_reference ? "reference " : "truth     ",
-                         (*truth_offset_ut)[0], (*truth_offset_ut)[1], (*truth_offset_ut)[2]);
-        if (offset_error_ut) s += fmt::format("   offset error {:.2f} µT", *offset_error_ut);
-        s += "\n";
-    }
-    if (param_writes > 0) {
-        s += fmt::format("stored    the module wrote its parameter file {} times; it holds \"{}\"\n", param_writes,
-                         param_content);
-    } else {
-        s += "stored    the module never wrote its parameter file\n";
-    }
-    for (const auto &a : absent) s += fmt::format("absent    {}: not exported by this module build\n", a);
+    s.truth_offset_ut = reader.truth().offset_ut();
+    s.truth_field_ut = reader.truth().field_ut();
+    if (const auto ref = reader.reference().offset_ut()) s.set_reference(*ref, "session");
     return s;
 }
 

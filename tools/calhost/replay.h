@@ -5,16 +5,14 @@
 
 #include <array>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
-#include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "calmodule/magcal.h"
+#include "diagnosis.h"
 #include "module_host.h"
 #include "session.h"
+#include "summary.h"
 
 namespace calhost {
 
@@ -36,9 +34,6 @@ enum OutputType : int {
     kRotationVector = 11,
 };
 
-// "magnetic_field", "orientation", ...; "type_N" for types calhost has no name for.
-std::string type_name(int type);
-
 // The scale the magnetometer chip's driver applies to raw counts, giving µT; the
 // module applies the same factors (single precision) before calibrating.
 inline constexpr const float (&kMagScale)[3] = calmodule::kChipScale;
@@ -49,6 +44,7 @@ struct OutputEvent {
     bool has_status = false;
     int status = 0;  // the signed status byte of a vector event
     int count = 0;
+    bool passed_on = false;  // an input row the module has no algorithm for, handed on unchanged
     std::array<float, kMaxValueColumns> v{};
 };
 
@@ -58,34 +54,9 @@ public:
     virtual ~ReplaySink() = default;
     virtual void input(const SessionRow &) {}
     virtual void output(const OutputEvent &event) = 0;
-};
-
-struct ReplaySummary {
-    std::string session;
-    std::string module_path;
-    std::string module_id;
-    std::string module_vendor;
-    unsigned module_version = 0;
-    std::uint64_t events = 0;
-    double duration_s = 0.0;
-    std::map<int, std::uint64_t> in;   // rows per input sensor type
-    std::map<int, std::uint64_t> out;  // outputs per output type
-    std::array<std::optional<double>, 4> level_first_s;  // seconds from the first row
-    int final_level = -1;                                // -1: no magnetometer output
-    std::optional<std::array<float, 3>> offset_ut;       // get_magnetic_offset
-    std::optional<double> radius_ut;                     // mean radius of the held fits
-    int fits = 0;
-    std::optional<std::array<double, 3>> truth_offset_ut;  // the session's truth, or a reference
-    bool truth_is_reference = false;  // given on the command line (e.g. the phone's own estimate)
-    std::optional<double> offset_error_ut;
-    std::uint64_t param_writes = 0;
-    std::string param_content;
-    std::vector<std::string> absent;  // exported families this build lacks
-
-    // Compares the final offset with this one instead of the session's truth.
-    void set_reference(const std::array<double, 3> &offset_ut);
-    nlohmann::json to_json() const;
-    std::string to_text() const;
+    // After each magnetometer event, once the calibration has accepted a fit: the
+    // fit's offset in force, µT.
+    virtual void fit_offset(std::int64_t /*time_ns*/, const float * /*offset*/) {}
 };
 
 class Replayer {
@@ -98,8 +69,10 @@ public:
     ReplaySummary end(const SessionReader &reader);
 
 private:
-    void emit(std::int64_t t, int type, const float *v, int count, const int *status = nullptr);
+    void emit(std::int64_t t, int type, const float *v, int count, const int *status = nullptr,
+              bool passed_on = false);
     void magnetometer(const SessionRow &row, const sensors_event_t &in);
+    void apps_offset(const float *bias);
     void accelerometer(const SessionRow &row, const sensors_event_t &in);
     void pocket(const sensors_event_t &in);
     void orientation(const sensors_event_t &in);
@@ -116,6 +89,15 @@ private:
     bool have_previous_acc_ = false;
     std::int64_t previous_acc_time_ = 0;
     ReplaySummary summary_;
+    DiagnosisTracker diagnosis_;
+    bool fit_accepted_ = false;  // the level has been 1 or more
+    bool have_offset_ = false;
+    float offset_[3] = {};       // the fit's offset after the latest magnetometer event
+    // The offset apps receive (see apps_offset).
+    int rest_run_ = 0;
+    float bias_offset_[3] = {};
+    std::array<double, 3> bias_sum_{};
+    std::uint64_t bias_n_ = 0;
 };
 
 }  // namespace calhost

@@ -48,7 +48,7 @@ ReplaySummary replay_session(const ReplayRun &run) {
     }
     progress.finish();
     ReplaySummary summary = replayer.end(reader);
-    if (run.reference) summary.set_reference(*run.reference);
+    if (run.reference) summary.set_reference(*run.reference, "command line");
     summary.param_writes = files.writes();
     summary.param_content = files.content();
     if (csv) {

@@ -18,37 +18,13 @@ namespace calhost {
 // tools/report/package.json).
 const char *default_plotly_path();
 
-// A time series thinned to a bounded number of points, whatever the session's length:
-// every point is taken until the list holds 2 × cap, then every other one is dropped
-// and from then on only every second (fourth, ...) point is taken.
-template <std::size_t K>
-class Thinned {
-public:
-    explicit Thinned(std::size_t cap) : cap_(cap) {}
-    void push(const std::array<double, K> &p) {
-        if (seen_++ % stride_ != 0) return;
-        points_.push_back(p);
-        if (points_.size() >= 2 * cap_) {
-            std::size_t j = 0;
-            for (std::size_t i = 0; i < points_.size(); i += 2) points_[j++] = points_[i];
-            points_.resize(j);
-            stride_ *= 2;
-        }
-    }
-    const std::vector<std::array<double, K>> &points() const { return points_; }
-
-private:
-    std::size_t cap_;
-    std::uint64_t seen_ = 0;
-    std::uint64_t stride_ = 1;
-    std::vector<std::array<double, K>> points_;
-};
-
-// Collects what the report draws while a replay runs.
+// Collects what the report draws while a replay runs; every series is thinned to a
+// bounded number of points.
 class ReportCollector : public ReplaySink {
 public:
     void input(const SessionRow &row) override;
     void output(const OutputEvent &event) override;
+    void fit_offset(std::int64_t time_ns, const float *offset) override;
     nlohmann::json data(const ReplaySummary &summary) const;
 
 private:
@@ -56,17 +32,24 @@ private:
     bool have_first_ = false;
     std::int64_t first_ = 0;
     int last_level_ = -2;
-    double last_level_t_ = 0.0;
-    Thinned<2> level_{4000};                     // t, level: each change
-    Thinned<2> pocket_{4000};                    // t, state: each report
-    Thinned<2> magnitude_{4000};                 // t, |calibrated field| µT
-    Thinned<3> cloud_{3000};                     // raw samples, µT
-    Thinned<4> orientation_{4000};               // t, azimuth, pitch, roll
-    Thinned<2> rv_heading_{4000};                // t, azimuth from the rotation vector
+    double last_mag_t_ = 0.0;
+    Thinned<2> level_{2000};        // t, level: each change
+    Thinned<2> pocket_{2000};       // t, state: each report
+    Thinned<2> raw_magnitude_{2000};  // t, |raw field| µT
+    Thinned<2> magnitude_{2000};    // t, |calibrated field| µT
+    Thinned<4> fit_offset_{1500};   // t, x, y, z µT
+    Thinned<4> apps_offset_{1500};  // t, x, y, z µT: the uncalibrated event's bias
+    Thinned<4> cloud_{2500};        // raw samples x, y, z µT, and t
+    Thinned<4> orientation_{2000};  // t, azimuth, pitch, roll
+    Thinned<2> rv_heading_{2000};   // t, azimuth from the module's rotation vector
+    Thinned<2> phone_heading_{2000};  // t, azimuth from the phone's own rotation vector
 };
 
-// The rotation vector's heading as a compass azimuth in degrees, 0 to 360.
+// The module's rotation vector's heading as a compass azimuth in degrees, 0 to 360.
 double rotation_vector_azimuth(const float rv[3]);
+// The same for a phone's own rotation vector (x, y, z and, when given, the scalar part),
+// whose reference frame is east-north-up.
+double phone_rotation_vector_azimuth(const float *rv, int count);
 
 // The whole HTML page. Throws OutputError when the plotting library is missing.
 std::string render_report(const nlohmann::json &data, const std::string &plotly_path);

@@ -17,23 +17,6 @@
 namespace calhost {
 namespace {
 
-std::string_view trim(std::string_view s) {
-    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
-    while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) s.remove_suffix(1);
-    return s;
-}
-
-// A field shown in a message: printable, and short, whatever the file holds.
-std::string shown(std::string_view s) {
-    std::string out;
-    for (char c : s.substr(0, 40)) {
-        const auto u = static_cast<unsigned char>(c);
-        out += (u >= 0x20 && u < 0x7F) ? c : '?';
-    }
-    if (s.size() > 40) out += "...";
-    return out;
-}
-
 // A leading '+' is allowed, once, and not before a '-': "+-5" is no number.
 bool strip_plus(std::string_view &s) {
     if (s.empty() || s.front() != '+') return true;
@@ -80,6 +63,22 @@ bool parse_value(std::string_view s, float &out) {
 }
 
 }  // namespace
+
+std::string_view trim(std::string_view s) {
+    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+    while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) s.remove_suffix(1);
+    return s;
+}
+
+std::string shown(std::string_view s) {
+    std::string out;
+    for (char c : s.substr(0, 40)) {
+        const auto u = static_cast<unsigned char>(c);
+        out += (u >= 0x20 && u < 0x7F) ? c : '?';
+    }
+    if (s.size() > 40) out += "...";
+    return out;
+}
 
 SessionError::SessionError(const std::string &file, std::uint64_t line, const std::string &what)
     : std::runtime_error(line ? fmt::format("{}:{}: {}", file, line, what) : fmt::format("{}: {}", file, what)),
@@ -132,8 +131,19 @@ void Truth::add_comment(std::string_view text) {
     }
 }
 
-std::optional<std::array<double, 3>> Truth::offset_ut() const {
-    const auto it = values_.find("offset_ut");
+std::optional<std::array<double, 3>> Truth::offset_ut() const { return triple("offset_ut"); }
+
+std::optional<double> Truth::field_ut() const {
+    const auto it = values_.find("field_ut");
+    if (it == values_.end()) return std::nullopt;
+    char *end = nullptr;
+    const double v = std::strtod(it->second.c_str(), &end);
+    if (end == it->second.c_str() || *end != '\0' || !std::isfinite(v)) return std::nullopt;
+    return v;
+}
+
+std::optional<std::array<double, 3>> Truth::triple(const std::string &key) const {
+    const auto it = values_.find(key);
     if (it == values_.end()) return std::nullopt;
     return parse_triple(it->second);
 }

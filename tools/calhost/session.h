@@ -68,11 +68,19 @@ public:
     const std::map<std::string, std::string> &values() const { return values_; }
     // The hard-iron offset the session was made with, µT (`offset_ut=x,y,z`).
     std::optional<std::array<double, 3>> offset_ut() const;
+    // The true field strength, µT (`field_ut=`).
+    std::optional<double> field_ut() const;
 
 private:
     std::string keyword_;
+    std::optional<std::array<double, 3>> triple(const std::string &key) const;
     std::map<std::string, std::string> values_;
 };
+
+// A field without the blanks (and carriage return) around it.
+std::string_view trim(std::string_view s);
+// A field shown in a message: printable, and short, whatever the file holds.
+std::string shown(std::string_view s);
 
 // Parses "x,y,z" (or "x y z") into three finite numbers.
 std::optional<std::array<double, 3>> parse_triple(std::string_view text);
