@@ -312,19 +312,19 @@ int time_exponent(const std::string &unit) {
 std::vector<Input> csv_inputs(const ImportOptions &o) {
     std::vector<Input> inputs;
     for (const char *kind : {"acc", "mag", "rv"}) {
-        for (const std::string &spec : o.csv) {
-            const std::size_t eq = spec.find('=');
-            if (spec.compare(0, eq, kind) != 0) continue;
+        for (const std::string &kind_file : o.csv) {
+            const std::size_t eq = kind_file.find('=');
+            if (kind_file.compare(0, eq, kind) != 0) continue;
             Input in;
-            in.path = spec.substr(eq + 1);
+            in.path = kind_file.substr(eq + 1);
             in.csv = true;
             in.time_exponent = time_exponent(o.time_unit);
             in.time_name = o.time_column;
-            if (spec[0] == 'r') {
+            if (kind_file[0] == 'r') {
                 in.type = kRotationVector;
                 in.value_names = names_of(o.rv_columns);
             } else {
-                in.type = spec[0] == 'm' ? kMagneticField : kAccelerometer;
+                in.type = kind_file[0] == 'm' ? kMagneticField : kAccelerometer;
                 in.value_names = names_of(o.columns);
                 if (in.type == kMagneticField && !o.bias_columns.empty()) in.bias_names = names_of(o.bias_columns);
             }
@@ -377,7 +377,7 @@ void import_recording(const ImportOptions &o) {
     }
 
     std::string from = o.folder;
-    for (const std::string &spec : o.csv) from += (from.empty() ? "" : " ") + spec;
+    for (const std::string &kind_file : o.csv) from += (from.empty() ? "" : " ") + kind_file;
     std::string text = "# Imported by calhost from " + from + ".\n";
     text += fmt::format("# Magnetometer rows: the phone's uncalibrated field in uT{}, divided by the chip's scale\n"
                         "# ({}, {}, {}) into raw counts. Accelerometer rows: m/s^2.\n",
@@ -473,12 +473,12 @@ CLI::App *add_import_command(CLI::App &app, ImportOptions &o) {
                                 "A sensor's CSV file: mag=FILE (µT), acc=FILE (m/s²) or rv=FILE (rotation vector); "
                                 "once per sensor")
                     ->check(CLI::Validator(
-                        [](std::string &spec) -> std::string {
-                            const std::size_t eq = spec.find('=');
-                            const std::string kind = spec.substr(0, eq);
-                            if (eq == std::string::npos || eq + 1 == spec.size() ||
+                        [](std::string &kind_file) -> std::string {
+                            const std::size_t eq = kind_file.find('=');
+                            const std::string kind = kind_file.substr(0, eq);
+                            if (eq == std::string::npos || eq + 1 == kind_file.size() ||
                                 (kind != "mag" && kind != "acc" && kind != "rv")) {
-                                return "wants mag=FILE, acc=FILE or rv=FILE, got `" + spec + "`";
+                                return "wants mag=FILE, acc=FILE or rv=FILE, got `" + kind_file + "`";
                             }
                             return "";
                         },
