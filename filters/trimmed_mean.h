@@ -26,14 +26,13 @@ struct TrimmedMeanChannel {
     static constexpr int kKept = N - 2 * kDropped;
 
     float ring[N] = {};
-    int16_t pos = 0;  // slot of the next write
 
     constexpr TrimmedMeanChannel() { ordered_[N + 1] = __builtin_inff(); }
 
-    // Pushes one sample and returns the trimmed mean of the ring.
-    float push(float value) {
-        const int slot = pos;
-        pos = static_cast<int16_t>(slot + 1 >= N ? 0 : slot + 1);
+    // Writes one sample over the oldest, in ring slot `slot` (the caller's write
+    // position, shared by the channels of a vector), and returns the trimmed mean of
+    // the ring.
+    float push(int slot, float value) {
         const float oldest = ring[slot];
         ring[slot] = value;
         if (nans_ != 0 || is_nan(value)) return push_unordered();

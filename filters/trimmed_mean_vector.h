@@ -1,5 +1,5 @@
 // A vector smoothed axis by axis: one trimmed-mean channel per component, always
-// pushed together, so the channels' write positions advance in lockstep.
+// pushed together, so the channels share one write position.
 #ifndef CALMODULE_FILTERS_TRIMMED_MEAN_VECTOR_H
 #define CALMODULE_FILTERS_TRIMMED_MEAN_VECTOR_H
 
@@ -10,10 +10,13 @@ namespace quarvel {
 template <int N, int Axes>
 struct TrimmedMeanVector {
     TrimmedMeanChannel<N> axis[Axes];
+    int16_t pos = 0;  // ring slot of the next write
 
     // Pushes v and overwrites it with the smoothed vector.
     void filter(float *v) {
-        for (int i = 0; i < Axes; ++i) v[i] = axis[i].push(v[i]);
+        const int slot = pos;
+        pos = static_cast<int16_t>(slot + 1 >= N ? 0 : slot + 1);
+        for (int i = 0; i < Axes; ++i) v[i] = axis[i].push(slot, v[i]);
     }
 };
 

@@ -7,6 +7,7 @@
 #include "calmodule/magcal.h"
 #include "filters/low_pass.h"
 #include "filters/trimmed_mean_vector.h"
+#include "numeric/narrow_to_float.h"
 
 namespace quarvel {
 
@@ -47,16 +48,6 @@ constexpr int32_t kMaxCofactorOrder = 11;
 double cofactor_determinant(const double *const *rows, int32_t order);
 double cofactor_minor(const double *const *rows, int32_t order, int32_t i, int32_t j);
 double cofactor_signed(const double *const *rows, int32_t order, int32_t i, int32_t j);
-
-// Double to float as the hardware rounds, without the undefined behaviour of a C++
-// conversion of a value beyond the float range: such values become ±infinity.
-inline float narrow_to_float(double d) {
-    // Half an ulp above FLT_MAX rounds (to even) up to infinity.
-    constexpr double kOverflow = 0x1.ffffffp+127;
-    if (d >= kOverflow) return __builtin_huge_valf();
-    if (d <= -kOverflow) return -__builtin_huge_valf();
-    return static_cast<float>(d);
-}
 
 }  // namespace quarvel
 

@@ -1,8 +1,8 @@
-// Tilt-compensated compass heading on remapped axes, and the eight-sample
-// trimmed-mean smoothers of the orientation family.
+// Tilt-compensated compass heading on remapped axes, with its two eight-sample
+// trimmed-mean smoothers.
 //
-// Each smoother keeps its own rings: CalibrationTwo/Three serve GetAzimuth,
-// CalibrationXY/XYZ serve GetOrientationAngles, and none of them sees the samples
+// Each smoother keeps its own rings: CalibrationTwo/Three serve GetAzimuth (and
+// CalibrationXY/XYZ serve GetOrientationAngles), and none of them sees the samples
 // of another. Despite the names they calibrate nothing; they smooth in place.
 #include <cmath>
 
@@ -10,6 +10,8 @@
 #include "filters/trimmed_mean_vector.h"
 #include "orientation/compass.h"
 #include "orientation/orientation_internal.h"
+#include "orientation/same_input_cache.h"
+#include "orientation/tilt.h"
 
 namespace quarvel {
 
@@ -20,8 +22,13 @@ namespace {
 // Mean of the middle four of eight samples, per axis.
 TrimmedMeanVector<8, 2> two_channels;
 TrimmedMeanVector<8, 3> three_channels;
-TrimmedMeanVector<8, 2> xy_channels;
-TrimmedMeanVector<8, 3> xyz_channels;
+
+// Tilt of the remapped acceleration (radians) and its sines and cosines.
+struct AzimuthTilt {
+    float p, r;
+    float sin_p, cos_p, sin_r, cos_r;
+};
+SameInputCache<AzimuthTilt> last_tilt;
 
 }  // namespace
 
@@ -48,43 +55,47 @@ void azimuth_heading_degrees(float X, float Y, float *out) {
     }
 }
 
+void azimuth_reference(const float acc[3], float mag[3], float *out) {
+    // 1. Tilt of the remapped accelerometer: p is the direction of (x, z), r the
+    //    elevation of y out of the x-z plane.
+    //    The same acceleration as in the previous call gives the same tilt again.
+    const AzimuthTilt &t = last_tilt.get(acc, [acc] {
+        AzimuthTilt fresh;
+        fresh.p = pitch_angle(acc[0], acc[2]);
+        fresh.r = roll_angle(acc[0], acc[1], acc[2]);
+        sincosf(fresh.r, &fresh.sin_r, &fresh.cos_r);
+        sincosf(fresh.p, &fresh.sin_p, &fresh.cos_p);
+        return fresh;
+    });
+
+    // 2. Smooth the remapped field; the caller's array receives the smoothed vector.
+    three_channels.filter(mag);
+
+    // 3.-4. Rotate the field back into the horizontal plane, single precision,
+    //       terms in this order.
+    float horizontal[2];
+    float hx = t.cos_r * mag[0] - (mag[1] * t.sin_r) * t.sin_p;
+    hx = hx - (mag[2] * t.cos_p) * t.sin_r;
+    horizontal[0] = hx;
+    horizontal[1] = mag[1] * t.cos_p - mag[2] * t.sin_p;
+
+    // 5.-6. Trimmed mean, then the 0.8/0.2 low-pass.
+    two_channels.filter(horizontal);
+    az_lp.filter(horizontal, kHeadingSmoothing);
+
+    // 7. Heading of the low-passed pair.
+    azimuth_heading_degrees(horizontal[0], horizontal[1], out);
+}
+
 }  // namespace quarvel
 
 extern "C" {
 
 CALMODULE_API void CalibrationTwo(float v[2]) { quarvel::two_channels.filter(v); }
 CALMODULE_API void CalibrationThree(float v[3]) { quarvel::three_channels.filter(v); }
-CALMODULE_API void CalibrationXY(float v[2]) { quarvel::xy_channels.filter(v); }
-CALMODULE_API void CalibrationXYZ(float v[3]) { quarvel::xyz_channels.filter(v); }
 
 CALMODULE_API void GetAzimuth(const float acc[3], float mag[3], float *out) {
-    // 1. Tilt of the remapped accelerometer: p is the direction of (x, z), r the
-    //    elevation of y out of the x-z plane.
-    float p = 0.0f;
-    float r = 0.0f;
-    PitchAngle(acc[0], acc[2], &p);
-    RollAngle(acc[0], acc[1], acc[2], &r);
-
-    // 2. Smooth the remapped field; the caller's array receives the smoothed vector.
-    CalibrationThree(mag);
-
-    // 3.-4. Rotate the field back into the horizontal plane, single precision,
-    //       terms in this order.
-    float sin_r, cos_r, sin_p, cos_p;
-    sincosf(r, &sin_r, &cos_r);
-    sincosf(p, &sin_p, &cos_p);
-    float horizontal[2];
-    float hx = cos_r * mag[0] - (mag[1] * sin_r) * sin_p;
-    hx = hx - (mag[2] * cos_p) * sin_r;
-    horizontal[0] = hx;
-    horizontal[1] = mag[1] * cos_p - mag[2] * sin_p;
-
-    // 5.-6. Trimmed mean, then the 0.8/0.2 low-pass.
-    CalibrationTwo(horizontal);
-    quarvel::az_lp.filter(horizontal, quarvel::kHeadingSmoothing);
-
-    // 7. Heading of the low-passed pair.
-    quarvel::azimuth_heading_degrees(horizontal[0], horizontal[1], out);
+    quarvel::azimuth_reference(acc, mag, out);
 }
 
 }  // extern "C"

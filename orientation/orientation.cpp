@@ -279,7 +279,7 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
     if (state.run_o == 1) {
         // 12. Reference heading R in degrees; stays 0 when GetAzimuth has none.
         float R = 0.0f;
-        GetAzimuth(acc_remapped, mag_remapped, &R);
+        azimuth_reference(acc_remapped, mag_remapped, &R);
 
         // 13. Unit gravity; the squares summed y, x, z.
         const float n = sqrtf(g[1] * g[1] + g[0] * g[0] + g[2] * g[2]);
@@ -288,7 +288,7 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
         // 14. Heading, pitch and roll in radians; `mag` comes back smoothed.
         float angles[3];
         RunOriAngles = 1;
-        GetOrientationAngles(mag, g, angles);
+        orientation_angles(mag, g, angles);
         RunOriAngles = 0;
 
         // 15. Degrees, in double precision: azimuth clockwise from north, 0 to 360.

@@ -21,6 +21,10 @@ extern SeededLowPass<2> ori_lp;
 // towards -Y. Leaves *out untouched for (0, 0) and for X > 0, Y = 0.
 void azimuth_heading_degrees(float X, float Y, float *out);
 
+// GetAzimuth and GetOrientationAngles, called directly by the orientation computation.
+void azimuth_reference(const float acc[3], float mag[3], float *out);
+void orientation_angles(float mag[3], const float g[3], float out[3]);
+
 // Everything the stillness and disturbance supervision reads and writes. The
 // orientation computation binds it to the exported globals of the same names (and
 // to the calibration's cali_ret and noise_mag_delta); a test can bind it to storage

@@ -88,7 +88,7 @@ CALMODULE_API void get_soft_gyro_value(const float acc[3], const int32_t *period
     float mag[3] = {quarvel::cali_mag_values[0], quarvel::cali_mag_values[1],
                     quarvel::cali_mag_values[2]};
     float angles[3];  // heading, pitch, roll in radians
-    softgy_GetOrientationAngles(mag, unit, angles);
+    quarvel::soft_gyro_angles(mag, unit, angles);
 
     game_flag = 0;
 

@@ -17,6 +17,9 @@ extern TrimmedMeanVector<10, 2> softgy_rings;
 // seeded by the first accepted change.
 extern SeededLowPass<3> rota_filter;
 
+// softgy_GetOrientationAngles, called directly by the soft gyroscope's step.
+void soft_gyro_angles(const float mag[3], const float acc[3], float angles[3]);
+
 }  // namespace quarvel
 
 #endif

@@ -74,9 +74,9 @@ TEST(RotationVector, FirstSampleSeedsOnlyAndPeriodsOutsideOneToThousandChangeNot
         EXPECT_TRUE(snapshot() == before) << period;
     }
     for (int32_t period : {1, 1000}) {
-        const int16_t pos = rv_acc_smoothing.axis[0].pos;
+        const int16_t pos = rv_acc_smoothing.pos;
         get_rv_value(d.acc, &period, out);
-        EXPECT_EQ(rv_acc_smoothing.axis[0].pos, (pos + 1) % 10) << period;
+        EXPECT_EQ(rv_acc_smoothing.pos, (pos + 1) % 10) << period;
     }
 }
 
@@ -204,7 +204,7 @@ TEST(Gravity, StraightDownBeforeAnyEstimateAndEachCallAdvancesTheEstimatorUnless
     d.run(1);
     get_gravity_value(d.acc, &kPeriod, g);
     get_la_value(d.acc, &kPeriod, g);
-    EXPECT_EQ(rv_acc_smoothing.axis[0].pos, 3);  // the sample went in three times
+    EXPECT_EQ(rv_acc_smoothing.pos, 3);  // the sample went in three times
     // WHEN an estimator step is visibly running, the current estimate is used as it is
     d.run(20);
     const std::string before = snapshot();
