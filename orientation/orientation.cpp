@@ -104,12 +104,6 @@ float in_g(float a) {
     return g;
 }
 
-// Squared length of the clamped gravity, the squares summed y, x, z.
-float gravity_square(const float *acc) {
-    const float gx = in_g(acc[0]), gy = in_g(acc[1]), gz = in_g(acc[2]);
-    return gy * gy + gx * gx + gz * gz;
-}
-
 // Field change against the frozen reference on one axis, recomputed from the
 // current `mag` at each band.
 float jump(const float *mag, const float *reference, int axis) { return fabsf(mag[axis] - reference[axis]); }
@@ -125,10 +119,9 @@ void remap(const int32_t *m, const float *v, float *r) {
 
 }  // namespace
 
-SupervisionState exported_supervision() {
-    return {old_acc, old_mag, run_o, run_ret, noise_mag, noise_mag_flag, noise_mag_fflag,
-            noise_flag_t, cali_ret, noise_mag_delta};
-}
+const SupervisionState exported_supervision = {old_acc, old_mag, run_o, run_ret, noise_mag,
+                                               noise_mag_flag, noise_mag_fflag, noise_flag_t,
+                                               cali_ret, noise_mag_delta};
 
 // Steps 2 to 7 of a call: stillness, and the field supervision while Holding.
 void supervise(const SupervisionState &s, float *mag, const float *acc) {
@@ -247,22 +240,21 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
     // Nor is there in an acceleration without a direction (NaN, or too small to
     // square: unit gravity would be 0/0), nor in a field that is no reading (NaN,
     // infinite, beyond any chip). Either would stay in the heading low-pass for good.
-    if (!(gravity_square(acc) > 0.0f)) return;
+    // Gravity in g, clamped to one g per axis; its squares summed y, x, z.
+    // In single precision, as the rotation vector and the soft gyroscope convert the
+    // same readings to g: the three families agree on what one reading is in g.
+    float g[3] = {in_g(acc[0]), in_g(acc[1]), in_g(acc[2])};
+    const float g_square = g[1] * g[1] + g[0] * g[0] + g[2] * g[2];
+    if (!(g_square > 0.0f)) return;
     if (!plausible_field(mag[0]) || !plausible_field(mag[1]) || !plausible_field(mag[2])) return;
 
     // 2.-7. Stillness, Holding and the field supervision.
-    const SupervisionState state = exported_supervision();
+    const SupervisionState &state = exported_supervision;
     supervise(state, mag, acc);
 
-    // 8.-9. Gravity in g, clamped to one g per axis, and the sampling permission.
-    // In single precision, as the rotation vector and the soft gyroscope convert the
-    // same readings to g: the three families agree on what one reading is in g.
-    float g[3];
+    // 8.-9. The sampling permission, from gravity in 1/1024 g.
     float scaled[3];
-    for (int i = 0; i < 3; ++i) {
-        g[i] = in_g(acc[i]);
-        scaled[i] = g[i] * kGScale;
-    }
+    for (int i = 0; i < 3; ++i) scaled[i] = g[i] * kGScale;
     cali_flag = (scaled[0] < kUpwardsForSampling && scaled[1] < kUpwardsForSampling &&
                  scaled[2] < kUpwardsForSampling)
                     ? 0
@@ -282,7 +274,7 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
         azimuth_reference(acc_remapped, mag_remapped, &R);
 
         // 13. Unit gravity; the squares summed y, x, z.
-        const float n = sqrtf(g[1] * g[1] + g[0] * g[0] + g[2] * g[2]);
+        const float n = sqrtf(g_square);
         for (float &gi : g) gi = gi / n;
 
         // 14. Heading, pitch and roll in radians; `mag` comes back smoothed.

@@ -43,7 +43,7 @@ struct SupervisionState {
 };
 
 // The state get_oritation_values supervises with: the exported globals.
-SupervisionState exported_supervision();
+extern const SupervisionState exported_supervision;
 
 // One call's stillness test and, while Holding, the field supervision against the
 // frozen reference. May replace mag by the reference (the field is back).
