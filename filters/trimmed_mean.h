@@ -53,6 +53,29 @@ struct TrimmedMeanChannel {
         return mean_of(&ordered_[1]);
     }
 
+    // The trimmed mean the same ring would give with every value negated, without a
+    // ring of its own: the order read from the top, each value negated, summed the
+    // way mean_of sums the negated ring's order. Only while no NaN is in the ring.
+    float negated_mean() const {
+        float sum = 0.0f;
+        for (int i = N - 1 - kDropped; i >= kDropped; --i) sum += -ordered_[1 + i];
+        return sum / static_cast<float>(kKept);
+    }
+
+    // After the ring was written directly: counts its NaNs and, without any, builds
+    // the order anew.
+    void rebuild() {
+        nans_ = 0;
+        for (int i = 0; i < N; ++i) nans_ += is_nan(ring[i]) ? 1 : 0;
+        if (nans_ != 0) return;
+        for (int s = 0; s < N; ++s) {
+            const float v = ring[s];
+            float *p = &ordered_[1 + s];
+            for (; v < p[-1]; --p) p[0] = p[-1];
+            *p = v;
+        }
+    }
+
 private:
     static bool is_nan(float v) { return v != v; }
 
@@ -75,18 +98,11 @@ private:
     // in the ring, the mean is what the sort of the whole ring leaves in the middle,
     // NaNs included; once the last one has left, the order is built anew from the ring.
     __attribute__((noinline)) float push_unordered() {
-        nans_ = 0;
-        for (int i = 0; i < N; ++i) nans_ += is_nan(ring[i]) ? 1 : 0;
+        rebuild();
         if (nans_ != 0) {
             float sorted[N];
             sort_ring(sorted);
             return mean_of(sorted);
-        }
-        for (int s = 0; s < N; ++s) {
-            const float v = ring[s];
-            float *p = &ordered_[1 + s];
-            for (; v < p[-1]; --p) p[0] = p[-1];
-            *p = v;
         }
         return mean_of(&ordered_[1]);
     }

@@ -1,9 +1,10 @@
-// Tilt-compensated compass heading on remapped axes, with its two eight-sample
-// trimmed-mean smoothers.
+// Tilt-compensated compass heading on remapped axes, with the eight-sample
+// trimmed-mean smoother of its horizontal field.
 //
 // Each smoother keeps its own rings: CalibrationTwo/Three serve GetAzimuth (and
 // CalibrationXY/XYZ serve GetOrientationAngles), and none of them sees the samples
-// of another. Despite the names they calibrate nothing; they smooth in place.
+// of another (field_smoothing.cpp says how Three's rings are kept). Despite the names
+// they calibrate nothing; they smooth in place.
 #include <cmath>
 
 #include "calmodule/orientation.h"
@@ -21,7 +22,6 @@ namespace {
 
 // Mean of the middle four of eight samples, per axis.
 TrimmedMeanVector<8, 2> two_channels;
-TrimmedMeanVector<8, 3> three_channels;
 
 // Tilt of the remapped acceleration (radians) and its sines and cosines.
 struct AzimuthTilt {
@@ -56,6 +56,12 @@ void azimuth_heading_degrees(float X, float Y, float *out) {
 }
 
 void azimuth_reference(const float acc[3], float mag[3], float *out) {
+    // 2. Smooth the remapped field; the caller's array receives the smoothed vector.
+    smooth_remapped_field(mag);
+    azimuth_of_smoothed(acc, mag, out);
+}
+
+void azimuth_of_smoothed(const float acc[3], const float mag[3], float *out) {
     // 1. Tilt of the remapped accelerometer: p is the direction of (x, z), r the
     //    elevation of y out of the x-z plane.
     //    The same acceleration as in the previous call gives the same tilt again.
@@ -67,9 +73,6 @@ void azimuth_reference(const float acc[3], float mag[3], float *out) {
         sincosf(fresh.p, &fresh.sin_p, &fresh.cos_p);
         return fresh;
     });
-
-    // 2. Smooth the remapped field; the caller's array receives the smoothed vector.
-    three_channels.filter(mag);
 
     // 3.-4. Rotate the field back into the horizontal plane, single precision,
     //       terms in this order.
@@ -92,7 +95,6 @@ void azimuth_reference(const float acc[3], float mag[3], float *out) {
 extern "C" {
 
 CALMODULE_API void CalibrationTwo(float v[2]) { quarvel::two_channels.filter(v); }
-CALMODULE_API void CalibrationThree(float v[3]) { quarvel::three_channels.filter(v); }
 
 CALMODULE_API void GetAzimuth(const float acc[3], float mag[3], float *out) {
     quarvel::azimuth_reference(acc, mag, out);

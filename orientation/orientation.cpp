@@ -260,18 +260,25 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
                     ? 0
                     : 1;
 
-    // 10. Remapped axes for the reference heading, from the unsmoothed field.
-    float mag_remapped[3];
-    float acc_remapped[3];
-    remap(MagTrsfMatrix, mag, mag_remapped);
-    remap(AccTrsfMatrix, scaled, acc_remapped);
-
     // 11. Tracking computes fresh angles; Holding skips this and repeats the last
     //     output.
     if (state.run_o == 1) {
+        // 10. Remapped axes for the reference heading, from the unsmoothed field.
+        float acc_remapped[3];
+        remap(AccTrsfMatrix, scaled, acc_remapped);
+
         // 12. Reference heading R in degrees; stays 0 when GetAzimuth has none.
+        //     The field is smoothed for GetAzimuth (remapped) and for
+        //     GetOrientationAngles (as it is), by one push where one serves both.
         float R = 0.0f;
-        azimuth_reference(acc_remapped, mag_remapped, &R);
+        float mag_remapped[3];
+        const bool smoothed = smooth_field_and_remapped(mag, MagTrsfMatrix, mag_remapped);
+        if (smoothed) {
+            azimuth_of_smoothed(acc_remapped, mag_remapped, &R);
+        } else {
+            remap(MagTrsfMatrix, mag, mag_remapped);
+            azimuth_reference(acc_remapped, mag_remapped, &R);
+        }
 
         // 13. Unit gravity; the squares summed y, x, z.
         const float n = sqrtf(g_square);
@@ -280,7 +287,11 @@ extern "C" CALMODULE_API void get_oritation_values(float *mag, float *acc, float
         // 14. Heading, pitch and roll in radians; `mag` comes back smoothed.
         float angles[3];
         RunOriAngles = 1;
-        orientation_angles(mag, g, angles);
+        if (smoothed) {
+            angles_of_smoothed(mag, g, angles);
+        } else {
+            orientation_angles(mag, g, angles);
+        }
         RunOriAngles = 0;
 
         // 15. Degrees, in double precision: azimuth clockwise from north, 0 to 360.

@@ -1,7 +1,7 @@
 // Heading, pitch and roll in radians from a magnetometer vector and a unit gravity
-// vector, both in the device's own axes, with the two eight-sample trimmed-mean
-// smoothers it owns (CalibrationXYZ for the field, CalibrationXY for its horizontal
-// projection).
+// vector, both in the device's own axes, with the eight-sample trimmed-mean smoother
+// of the horizontal field (CalibrationXY; the field's own, CalibrationXYZ, is in
+// field_smoothing.cpp).
 #include "calmodule/orientation.h"
 #include "filters/trimmed_mean_vector.h"
 #include "orientation/compass.h"
@@ -17,7 +17,6 @@ namespace {
 
 // Mean of the middle four of eight samples, per axis.
 TrimmedMeanVector<8, 2> xy_channels;
-TrimmedMeanVector<8, 3> xyz_channels;
 
 // Tilt of the unit gravity (radians) and its sines and cosines.
 struct GravityTilt {
@@ -30,8 +29,11 @@ SameInputCache<GravityTilt> last_tilt;
 
 void orientation_angles(float mag[3], const float g[3], float out[3]) {
     // 1. Smooth the field in place: the caller keeps the smoothed vector.
-    xyz_channels.filter(mag);
+    smooth_field(mag);
+    angles_of_smoothed(mag, g, out);
+}
 
+void angles_of_smoothed(const float mag[3], const float g[3], float out[3]) {
     // 2. Tilt angles for the compensation; the same gravity as in the previous call
     //    gives the same tilt again.
     const GravityTilt &t = last_tilt.get(g, [g] {
@@ -58,7 +60,6 @@ void orientation_angles(float mag[3], const float g[3], float out[3]) {
 extern "C" {
 
 CALMODULE_API void CalibrationXY(float v[2]) { quarvel::xy_channels.filter(v); }
-CALMODULE_API void CalibrationXYZ(float v[3]) { quarvel::xyz_channels.filter(v); }
 
 CALMODULE_API void GetOrientationAngles(float mag[3], const float g[3], float out[3]) {
     quarvel::orientation_angles(mag, g, out);

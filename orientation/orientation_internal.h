@@ -21,9 +21,20 @@ extern SeededLowPass<2> ori_lp;
 // towards -Y. Leaves *out untouched for (0, 0) and for X > 0, Y = 0.
 void azimuth_heading_degrees(float X, float Y, float *out);
 
-// GetAzimuth and GetOrientationAngles, called directly by the orientation computation.
+// The field's eight-sample smoothing (field_smoothing.cpp): CalibrationXYZ's push,
+// CalibrationThree's push, and one push that serves both while CalibrationThree's
+// rings follow CalibrationXYZ's (false, nothing pushed, once they do not or the
+// remap `remap` is no longer the load-time one). Each smooths its arrays in place.
+void smooth_field(float mag[3]);
+void smooth_remapped_field(float remapped[3]);
+bool smooth_field_and_remapped(float mag[3], const int32_t *remap, float remapped[3]);
+
+// GetAzimuth and GetOrientationAngles, called directly by the orientation computation:
+// whole, or from the field already smoothed.
 void azimuth_reference(const float acc[3], float mag[3], float *out);
+void azimuth_of_smoothed(const float acc[3], const float mag[3], float *out);
 void orientation_angles(float mag[3], const float g[3], float out[3]);
+void angles_of_smoothed(const float mag[3], const float g[3], float out[3]);
 
 // Everything the stillness and disturbance supervision reads and writes. The
 // orientation computation binds it to the exported globals of the same names (and
