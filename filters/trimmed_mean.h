@@ -47,18 +47,31 @@ struct TrimmedMeanChannel {
         // A steady trend, about half the pushes of a moving phone: the oldest is the
         // smallest and the new sample is at least the largest, or the reverse. The
         // whole order then moves one place, as one block.
-        if (bits(*first) == oldest_bits && !(value < *last)) {
+        const bool oldest_first = bits(*first) == oldest_bits;
+        if (oldest_first && !(value < *last)) {
             move_block(first, first + 1);
             *last = value;
             return mean_of(first);
         }
-        if (bits(*last) == oldest_bits && !(*first < value)) {
+        const bool oldest_last = bits(*last) == oldest_bits;
+        if (oldest_last && !(*first < value)) {
             move_block(first + 1, first);
             *first = value;
             return mean_of(first);
         }
+        // Otherwise find the oldest from the end nearer to its value: below the middle
+        // value it lies in the lower half.
         float *p = first;
-        while (bits(*p) != oldest_bits) ++p;
+        if (oldest_last) {
+            p = last;
+        } else if (!oldest_first) {
+            if (oldest < first[N / 2]) {
+                while (bits(*p) != oldest_bits) ++p;
+            } else {
+                p = last;
+                while (bits(*p) != oldest_bits) --p;
+            }
+        }
         if (value < oldest) {
             for (; value < p[-1]; --p) p[0] = p[-1];
         } else {
