@@ -3,6 +3,8 @@
 #ifndef CALMODULE_FILTERS_TRIMMED_MEAN_VECTOR_H
 #define CALMODULE_FILTERS_TRIMMED_MEAN_VECTOR_H
 
+#include <utility>
+
 #include "filters/trimmed_mean.h"
 
 namespace quarvel {
@@ -16,7 +18,14 @@ struct TrimmedMeanVector {
     void filter(float *v) {
         const int slot = pos;
         pos = static_cast<int16_t>(slot + 1 >= N ? 0 : slot + 1);
-        for (int i = 0; i < Axes; ++i) v[i] = axis[i].push(slot, v[i]);
+        push_axes(slot, v, std::make_integer_sequence<int, Axes>());
+    }
+
+private:
+    // One push per axis, written out: the axes are two or three, on every event.
+    template <int... I>
+    void push_axes(int slot, float *v, std::integer_sequence<int, I...>) {
+        ((v[I] = axis[I].push(slot, v[I])), ...);
     }
 };
 

@@ -58,17 +58,23 @@ inline void horizontal_field(const float mag[3], const TiltTrig &t, float h[2]) 
 // towards +X; 0 for (0, 0), NaN when X or Y is not a number.
 inline float orientation_heading_radians(float X, float Y) {
     using namespace compass;
-    if (X == 0.0f && Y < 0.0f) return kHalfTurnF;
-    if (X == 0.0f && Y > 0.0f) return 0.0f;
-    if (Y == 0.0f && X < 0.0f) return kThreeQuarterTurnF;
-    if (Y == 0.0f && X > 0.0f) return kQuarterTurnF;
-    if (X < 0.0f) return static_cast<float>(kThreeQuarterTurn - std::atan(static_cast<double>(Y / X)));
-    if (X > 0.0f) return static_cast<float>(kQuarterTurn - std::atan(static_cast<double>(Y / X)));
-    if (X == 0.0f && Y == 0.0f) return 0.0f;  // no horizontal field: read as north
+    if (X < 0.0f) {
+        if (Y == 0.0f) return kThreeQuarterTurnF;
+        return static_cast<float>(kThreeQuarterTurn - std::atan(static_cast<double>(Y / X)));
+    }
+    if (X > 0.0f) {
+        if (Y == 0.0f) return kQuarterTurnF;
+        return static_cast<float>(kQuarterTurn - std::atan(static_cast<double>(Y / X)));
+    }
+    if (X == 0.0f) {
+        if (Y < 0.0f) return kHalfTurnF;
+        if (Y >= 0.0f) return 0.0f;  // due north, or no horizontal field: read as north
+    }
     // Only a non-number reaches here (X NaN, or X = 0 with Y NaN): the field has no
     // direction, and neither has the heading. NaN, as every quadrant would give for it;
     // the soft gyroscope's gate then refuses the change, and the orientation output
-    // carries it as the IEEE value it is.
+    // carries it as the IEEE value it is. (A NaN Y beside a non-zero X gives NaN
+    // through the arctangent.)
     return std::numeric_limits<float>::quiet_NaN();
 }
 

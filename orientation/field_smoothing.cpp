@@ -14,6 +14,8 @@
 //
 // Signed zeros: the remap turns -0 into +0, and the means cannot tell them apart (a
 // sum that starts at +0 never becomes -0), so the means come out the same bits.
+#include <cstring>
+
 #include "calmodule/orientation.h"
 #include "filters/trimmed_mean_vector.h"
 #include "orientation/orientation_internal.h"
@@ -30,12 +32,7 @@ bool three_follows_xyz = true;
 
 constexpr int32_t kLoadTimeRemap[9] = {0, 1, 0, 0, 0, 1, -1, 0, 0};
 
-bool remap_unchanged(const int32_t *m) {
-    for (int i = 0; i < 9; ++i) {
-        if (m[i] != kLoadTimeRemap[i]) return false;
-    }
-    return true;
-}
+bool remap_unchanged(const int32_t *m) { return std::memcmp(m, kLoadTimeRemap, sizeof kLoadTimeRemap) == 0; }
 
 // Fills CalibrationThree's rings with CalibrationXYZ's values as the load-time remap
 // turns them (each row summed from +0, as the remap sums it), and keeps both from here on.

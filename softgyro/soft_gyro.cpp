@@ -48,7 +48,7 @@ float clamp_unit(float v) {
     return v;  // NaN passes through unchanged
 }
 
-bool beyond(float v, float limit) { return v > limit || v < -limit; }
+bool beyond(float v, float limit) { return std::fabs(v) > limit; }
 
 void write_zero(float result[3]) {
     result[0] = 0.0f;

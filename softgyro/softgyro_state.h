@@ -7,6 +7,8 @@
 
 #include "filters/low_pass.h"
 #include "filters/trimmed_mean_vector.h"
+#include "orientation/compass.h"
+#include "orientation/tilt.h"
 
 namespace quarvel {
 
@@ -17,8 +19,23 @@ extern TrimmedMeanVector<10, 2> softgy_rings;
 // seeded by the first accepted change.
 extern SeededLowPass<3> rota_filter;
 
-// softgy_GetOrientationAngles, called directly by the soft gyroscope's step.
-void soft_gyro_angles(const float mag[3], const float acc[3], float angles[3]);
+// softgy_GetOrientationAngles, inline in the soft gyroscope's step: heading, pitch
+// and roll (radians) from the field and a unit gravity vector.
+inline void soft_gyro_angles(const float mag[3], const float acc[3], float angles[3]) {
+    const float p = gravity_pitch(acc);
+    const float r = gravity_roll(acc);
+
+    float h[2];
+    horizontal_field(mag, tilt_trig(p, r), h);
+    softgy_rings.filter(h);
+
+    float pitch;
+    float roll;
+    reported_tilt(acc, p, r, &pitch, &roll);
+    angles[0] = orientation_heading_radians(h[0], h[1]);
+    angles[1] = pitch;
+    angles[2] = roll;
+}
 
 }  // namespace quarvel
 
