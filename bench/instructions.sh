@@ -1,13 +1,8 @@
 #!/usr/bin/env bash
 # Instructions per event of each path through the module, counted by callgrind over a
 # replay of the real phone recording, against the budget of each path. Instruction
-# counts of one build are deterministic, unlike times, so this is a check.
-#
-# Each path has a budget (what it should cost) and a ceiling (what it costs now, with
-# 3% for another compiler release). The check fails when a path rises above its
-# ceiling, so no change makes an event dearer unnoticed; a path still above its budget
-# is reported, and its ceiling comes down as the path gets cheaper, until it meets the
-# budget. With STRICT=1 the check fails on any path over its budget.
+# counts of one build are deterministic, unlike times, so this is a check: it fails
+# when any path is over its budget.
 #
 #   bash bench/instructions.sh [BUILD_DIR]      (default build/release)
 #
@@ -32,21 +27,20 @@ command -v valgrind >/dev/null || { echo "instructions: valgrind is missing (scr
 # kernels were made cheaper (instructions per get_soft_gyro_value call).
 soft_gyro_before=1722
 
-# path  budget  ceiling  what one event is
+# path  budget  what one event is
 paths=(
-  "convert  1000 1000 magnetometer calibration, type-2 convert per magnetometer event"
-  "routing  1500 2050 HAL routing: magnetometer events to types 2 and 3, accelerometer events to type 3, per routed event"
-  "rv       5000 5000 rotation vector: get_rv_value per accelerometer event (20 ms), type-2 convert per magnetometer event, per event"
-  "softgyro $((soft_gyro_before / 2)) 1005 one soft-gyroscope step (get_soft_gyro_value)"
+  "convert  1000 magnetometer calibration, type-2 convert per magnetometer event"
+  "routing  1500 HAL routing: magnetometer events to types 2 and 3, accelerometer events to type 3, per routed event"
+  "rv       5000 rotation vector: get_rv_value per accelerometer event (20 ms), type-2 convert per magnetometer event, per event"
+  "softgyro $((soft_gyro_before / 2)) one soft-gyroscope step (get_soft_gyro_value)"
 )
 
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 over=0
-above_budget=0
-printf '%-9s %10s %7s %8s  %s\n' path per-event budget ceiling "what one event is"
+printf '%-9s %10s %7s  %s\n' path per-event budget "what one event is"
 for entry in "${paths[@]}"; do
-  read -r path budget ceiling what <<<"$entry"
+  read -r path budget what <<<"$entry"
   events=$(valgrind --tool=callgrind --toggle-collect='measured_*' \
              --callgrind-out-file="$out/$path" "$driver" "$module" "$recording" "$path" 2>"$out/$path.log" |
            sed -n 's/^events //p') || { cat "$out/$path.log" >&2; exit 1; }
@@ -58,22 +52,14 @@ for entry in "${paths[@]}"; do
   fi
   per=$((total / events))
   verdict=""
-  if [ "$per" -gt "$ceiling" ]; then
-    verdict="  ABOVE ITS CEILING: an event got dearer"
+  if [ "$per" -gt "$budget" ]; then
+    verdict="  OVER BUDGET"
     over=1
-  elif [ "$per" -gt "$budget" ]; then
-    verdict="  over budget"
-    above_budget=1
-    [ "${STRICT:-0}" = 1 ] && over=1
   fi
-  printf '%-9s %10s %7s %8s  %s%s\n' "$path" "$per" "$budget" "$ceiling" "$what" "$verdict"
+  printf '%-9s %10s %7s  %s%s\n' "$path" "$per" "$budget" "$what" "$verdict"
 done
 if [ "$over" -ne 0 ]; then
-  echo "instructions: a path costs more than it may" >&2
+  echo "instructions: a path is over its budget" >&2
   exit 1
 fi
-if [ "$above_budget" -ne 0 ]; then
-  echo "instructions: no path above its ceiling; some still above their budget"
-else
-  echo "instructions: every path within its budget"
-fi
+echo "instructions: every path within its budget"
