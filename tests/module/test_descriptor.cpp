@@ -22,6 +22,7 @@ TEST(Descriptor, WalkedAsAHostWalksItFromInitToDeinit) {
     EXPECT_STREQ(info.id, "cal_module_quarvel");
     EXPECT_STREQ(info.vendor, "Quarvel");
     EXPECT_TRUE(info.version == 1u && info.handle == nullptr && info.number == 4u);
+    for (uint32_t r : info.reserved) EXPECT_EQ(r, 0u);
     const struct { int type; std::vector<std::string> compatible; bool has_config; } table[4] = {
         {2, {"qv730"}, true}, {3, {"orientation"}, false}, {14, {"magnetic_field_uncalibrated"}, false},
         {65537, {"ltr553-pocket", "ap3426-pocket", "oem-pocket"}, true}};
