@@ -42,11 +42,9 @@ bool parse(const std::vector<char> &f, ElfInfo *info, std::string *error) {
                 e.name = str_at(strtab, sym.st_name);
                 e.defined = sym.st_shndx != SHN_UNDEF;
                 const unsigned type = sym.st_info & 0xF, bind = sym.st_info >> 4;
-                e.is_function = type == STT_FUNC;
                 e.is_object = type == STT_OBJECT;
                 e.is_global = bind == STB_GLOBAL || bind == STB_WEAK;
                 if (e.defined && sym.st_shndx < sh.size()) e.section = section_name(sym.st_shndx);
-                e.value = sym.st_value;
                 info->dynamic_symbols.push_back(e);
             }
         } else if (s.sh_type == SHT_DYNAMIC) {

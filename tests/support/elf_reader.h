@@ -13,11 +13,9 @@ namespace testsupport {
 struct ElfSymbol {
     std::string name;
     bool defined = false;
-    bool is_function = false;
     bool is_object = false;
     bool is_global = false;  // global or weak binding
     std::string section;     // name of the section holding a defined symbol
-    uint64_t value = 0;
 };
 
 struct ElfInfo {
