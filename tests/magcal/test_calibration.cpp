@@ -1,10 +1,9 @@
-// The calibration seen from inside the module: cofactor inverse, sphere fit, sample
-// selection, state machine and supervision, parameter file and the driver.
+// The calibration seen from inside the module: sphere fit, sample selection, state
+// machine and supervision, parameter file and the driver.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -37,20 +36,6 @@ void twelve_on_sphere(const Vec3 &c, float radius, float out[12][3]) {
 using quarvel::cali_level;
 using quarvel::cali_mag_values;
 using quarvel::cali_offset;
-
-TEST(CofactorInverse, RefusesOrdersBeyondTheMinorTableAndCopiesSingleElements) {
-    double row[2][4] = {{1, 2, 3, 4}, {2, 0, 1, 9}}, *rows[4] = {row[0], row[1], row[0], row[1]};
-    EXPECT_EQ(Determinant(rows, 4), 0.0);  // equal rows
-    EXPECT_EQ(Determinant(rows, 2), -4.0);
-    EXPECT_EQ(AlCo(rows, 2, 0, 1), -2.0);  // the signed minor of (0, 1)
-    EXPECT_EQ(Determinant(nullptr, 0) + Determinant(nullptr, 12), 0.0);
-    const double one[4][4] = {{5}};
-    double *a[4] = {}, out[4][4] = {};
-    Input(a, 1, 1, one);
-    Output(a, 1, 1, out);
-    EXPECT_EQ(out[0][0], 5.0);
-    std::free(a[0]);
-}
 
 float fit_offset[3] = {-1, -1, -1};
 int32_t fit(const Vec3 &centre, float radius, void (*spoil)() = [] {}) {

@@ -70,7 +70,6 @@ TEST(RealRecording, FigureEightCalibratesNearThePhonesOwnEstimateWithoutTheHeap)
     get_magnetic_offset(o);
     const float phone[3] = {57.99f, -73.75f, 32.41f}, error = std::hypot(o[0] - phone[0], o[1] - phone[1], o[2] - phone[2]);
     EXPECT_LT(error, 5.0f) << o[0] << ", " << o[1] << ", " << o[2];
-    RecordProperty("offset_error_uT", std::to_string(error));
 }
 
 TEST(OutOfMemory, EveryFailedAllocationLeavesNothingBehindAndTheSphereFitTakesNone) {

@@ -120,18 +120,17 @@ TEST(HeadingCorrection, NearNorthShiftsAndAveragingWithTheReference) {
     }
 }
 
-
-// The supervision on storage of its own, one call per row: the fortieth still call
-// holds and a small jump is counted with half of it kept; a huge jump beside a small
-// one requests a restart; movement releases and clears. The module's state stays as
-// loaded.
+// The supervision on storage of its own, one call per row: a still call holds, and a
+// small jump is counted with half of it kept; a huge jump beside a small one requests a
+// restart, the still count saturating at 100; movement releases and clears. The
+// module's state stays as loaded.
 TEST(SupervisionState, RunsOnBoundStorageOnly) {
     float old_acc[3] = {0, 0, 9.8f}, old_mag[3] = {20, 0, -40}, delta[3] = {};
-    int16_t run_o = 1, run_ret = 39, small = 0, medium = 0, large = 0, fired = 0, restart = 0;
+    int16_t run_o = 1, run_ret = 99, small = 0, medium = 0, large = 0, fired = 0, restart = 0;
     const quarvel::SupervisionState s{old_acc, old_mag, run_o, run_ret, small, medium, large, fired, restart, delta};
     struct Row { float acc_z, mag_x, mag_y; int16_t run_o, run_ret, small, fired, restart; float delta_x; };
-    const Row rows[] = {{9.8f, 30, 0, 0, 40, 1, 1, 0, 5},
-                        {9.8f, 2520, 10, 0, 41, 2, 1, 1, 5},
+    const Row rows[] = {{9.8f, 30, 0, 0, 100, 1, 1, 0, 5},
+                        {9.8f, 2520, 10, 0, 100, 2, 1, 1, 5},
                         {9.5f, 20, 0, 1, 0, 0, 0, 0, 5}};
     for (const Row &r : rows) {
         SCOPED_TRACE(r.mag_x);
@@ -143,27 +142,6 @@ TEST(SupervisionState, RunsOnBoundStorageOnly) {
     }
     EXPECT_EQ(::run_ret + ::noise_mag + ::noise_flag_t + cali_ret, 0);
     EXPECT_EQ(::run_o, 1);
-}
-
-TEST(Stillness, FortiethStillCallHoldsTheOutputAndTheCountSaturates) {
-    const Reading r = device(90.0);
-    float out[3];
-    // The first call tracks, with the smoothed field (zero from the ring) as reference,
-    // and so do 39 still calls after it.
-    call(r, out);
-    EXPECT_TRUE(out[0] == o_values[0] && RunOriAngles == 0 && old_acc[2] == r.acc[2] && old_mag[0] == 0.0f);
-    for (int i = 0; i < 39; ++i) call(r, out);
-    EXPECT_TRUE(run_ret == 39 && run_o == 1);
-    const float held[3] = {out[0], out[1], out[2]};
-    // The 40th holds the output, counts a small jump of 10 µT, and still sets cali_flag.
-    call(shifted(r, 10.0f, 0.0f, 0.0f), out);
-    EXPECT_EQ(supervision(), (Supervision{0, 1, 0, 0, 1, 0}));
-    cali_flag = 7;
-    call(device(270.0), out);  // a field turned right round: still held
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(out[i], held[i]);
-    EXPECT_EQ(cali_flag, 1);
-    for (int i = 0; i < 110; ++i) call(r, out);
-    EXPECT_EQ(run_ret, 100);
 }
 
 TEST(Stillness, MovementOfThreeTenthsOnAnyAxisReleasesAndClearsTheRequest) {

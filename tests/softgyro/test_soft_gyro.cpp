@@ -1,6 +1,6 @@
 // The soft gyroscope's gates and state: refused calls, changes against a snapshot
-// every third call, the 35-degree gate, one large change reported alone, small changes
-// after a quiet spell, and the tilt override.
+// every third call, the 35-degree gate, one large change reported alone, and small
+// changes after a quiet spell.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -72,14 +72,6 @@ TEST(SoftGyro, FromLoadTheFirstCallsAreGatedUntilARealSnapshot) {
     EXPECT_EQ(game_flag, 0);
 }
 
-TEST(SoftGyro, SeedingCallTakesTheRawChangesAndRollWinsFirst) {
-    hold_field(-20, 0);
-    old_rota[0] = kAzMinusX + 5.0f;  // older minus newer: 5 in azimuth, 2 in roll
-    old_rota[2] = 2.0f;
-    EXPECT_EQ(call(kFlat), (Vec{0, 2, 0}));
-    EXPECT_TRUE(quarvel::rota_filter.seeded == 1 && rota_filter.memory[0] == 5.0f);
-}
-
 TEST(SoftGyro, LargeChangesAloneAndTheGateAt35Degrees) {
     const Vec before{0.5f, -0.25f, 1.0f};  // held estimate: kept when gated out
     const float s5 = std::sin(5.0f * 3.1415926f / 180.0f), c5 = std::cos(5.0f * 3.1415926f / 180.0f);
@@ -115,21 +107,6 @@ TEST(SoftGyro, AfterALargeChangeTwoHeldCallsThenSmallChangesOnAllAxes) {
     }
     EXPECT_TRUE(held()[0] > 0.0f && held()[1] > 0.0f && held()[2] < 1.8f);
     EXPECT_EQ(lock_temp, 3);
-}
-
-TEST(SoftGyro, TiltAbove3OnXOrYSuppressesTheAzimuthChange) {
-    quarvel::cali_mag_values[0] = -20, quarvel::cali_mag_values[2] = -40;
-    const struct { Vec acc, want; } rows[] = {
-        {{4.0f, 0.0f, 8.9f}, {0.2f, 0, 0}},     // pitch and roll reported, azimuth not
-        {{0.0f, -4.0f, 8.9f}, {0.2f, 0, 0}},    // either axis, either sign
-        {{2.0f, -2.9f, 9.0f}, {0, 0, 2.0f}}};   // below on both axes: azimuth reported
-    for (const auto &row : rows) {
-        for (int i = 0; i < 10; ++i) call(row.acc);  // settled: snapshot of this pose
-        quiet_state({old_rota[0] + 10.0f, old_rota[1] + 1.0f, old_rota[2]});
-        const Vec r = call(row.acc);
-        for (int k = 0; k < 3; ++k) EXPECT_NEAR(r[k], row.want[k], 1e-5f) << k;
-        EXPECT_EQ(lock_temp, 0);
-    }
 }
 
 }  // namespace
