@@ -1,5 +1,5 @@
-// The exported single-precision matrix routines, the input smoothing and the
-// gradient-descent update, through the shared library.
+// The exported single-precision matrix routines and the gradient-descent update,
+// through the shared library: refusals, argument orders and the edges of their ranges.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -89,19 +89,6 @@ TEST(InitDcm, HeadingWrapsOnceAboveThePiOfThreePointOneFourOneSix) {
     init_dcm(low, q);
     EXPECT_EQ(q[0], static_cast<float>(std::cos(-2.0)));
     EXPECT_EQ(q[3], static_cast<float>(std::sin(-2.0)));
-}
-
-TEST(InputSmoothing, TenSampleTrimmedMeanInEachFilterOfItsOwn) {
-    // The accelerometer filter runs ahead; the magnetometer filter must not notice.
-    for (int i = 0; i < 9; ++i) {
-        float v[3] = {5.0f, -7.0f, 1e30f};
-        acc_calibration_func(v);
-    }
-    for (float e : {0, 0, 1, 2, 3, 4, 5, 6, 6, 6, 6, 6}) {  // zeros of the empty ring count at first
-        float v[3] = {6.0f, -6.0f, 0.0f};
-        mag_calibration_func(v);
-        expect_bits(v, {e, 0.0f - e, 0});  // never -0
-    }
 }
 
 TEST(GradientDescent, NoStepTakenLeavesTheOutputUntouchedAndQ0StaysNonNegative) {
