@@ -108,6 +108,13 @@ TEST(HeadingCorrection, RowsApplyOnlyInsideTheirOpenIntervals) {
     for (const auto &r : rows) EXPECT_EQ(apply_correction_table(r[0]), r[1]) << r[0];
 }
 
+TEST(HeadingCorrection, ATiltBeyond60DegreesOnEitherAxisSkipsTheTableAndTheAveraging) {
+    float out[3];
+    // 35 lies in the (30, 40) row; tilted about both axes the reference heading differs.
+    for (int i = 0; i < 40; ++i) call(device(35.0, 70.0, 20.0), out);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(out[i], m_orientation[i]) << i;
+}
+
 TEST(HeadingCorrection, NearNorthShiftsAndAveragingWithTheReference) {
     // {A, R, result}: away from north R is averaged in wherever it lies, with no
     // wrap-around handling; near north A is shifted and averaged only on R's side.
