@@ -1,6 +1,6 @@
 // The soft gyroscope's gates and state: refused calls, changes against a snapshot
-// every third call, the 35-degree gate, one large change reported alone, and small
-// changes after a quiet spell.
+// every third call, the 35-degree gate, one large change reported alone, and the tilt
+// override.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -92,21 +92,19 @@ TEST(SoftGyro, LargeChangesAloneAndTheGateAt35Degrees) {
     }
 }
 
-TEST(SoftGyro, AfterALargeChangeTwoHeldCallsThenSmallChangesOnAllAxes) {
-    // GIVEN a large azimuth change just reported
-    hold_field(-20, 0);
-    quiet_state({kAzMinusX + 10.0f, 0, 0});
-    const Vec large = call(kFlat);
-    ASSERT_EQ(lock_temp, 0);
-    // WHEN small changes follow on every axis THEN two calls return the held
-    // estimate, the third the filtered changes of all three
-    for (int i = 1; i <= 3; ++i) {
-        std::copy_n(Vec{kAzMinusX + 0.1f, 0.1f, 0.1f}.begin(), 3, old_rota);
-        const Vec r = call(kFlat);
-        EXPECT_EQ(r, i < 3 ? large : (Vec{rota_filter.memory[1], rota_filter.memory[2], rota_filter.memory[0]})) << i;
+TEST(SoftGyro, TiltAbove3OnXOrYSuppressesTheAzimuthChange) {
+    quarvel::cali_mag_values[0] = -20, quarvel::cali_mag_values[2] = -40;
+    const struct { Vec acc, want; } rows[] = {
+        {{4.0f, 0.0f, 8.9f}, {0.2f, 0, 0}},     // pitch and roll reported, azimuth not
+        {{0.0f, -4.0f, 8.9f}, {0.2f, 0, 0}},    // either axis, either sign
+        {{2.0f, -2.9f, 9.0f}, {0, 0, 2.0f}}};   // below on both axes: azimuth reported
+    for (const auto &row : rows) {
+        for (int i = 0; i < 10; ++i) call(row.acc);  // settled: snapshot of this pose
+        quiet_state({old_rota[0] + 10.0f, old_rota[1] + 1.0f, old_rota[2]});
+        const Vec r = call(row.acc);
+        for (int k = 0; k < 3; ++k) EXPECT_NEAR(r[k], row.want[k], 1e-5f) << k;
+        EXPECT_EQ(lock_temp, 0);
     }
-    EXPECT_TRUE(held()[0] > 0.0f && held()[1] > 0.0f && held()[2] < 1.8f);
-    EXPECT_EQ(lock_temp, 3);
 }
 
 }  // namespace
