@@ -1,5 +1,5 @@
-// The calibration seen from inside the module: sphere fit, sample selection, state
-// machine and supervision, parameter file and the driver.
+// The calibration seen from inside the module: cofactor refusals, sphere fit, sample
+// selection, state machine and supervision, parameter file and the driver.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -36,6 +36,15 @@ void twelve_on_sphere(const Vec3 &c, float radius, float out[12][3]) {
 using quarvel::cali_level;
 using quarvel::cali_mag_values;
 using quarvel::cali_offset;
+
+TEST(CofactorInverse, RefusesOrdersAndElementsOutsideTheMinorTable) {
+    double row[2][4] = {{1, 2, 3, 4}, {2, 0, 1, 9}}, *rows[2] = {row[0], row[1]};
+    EXPECT_EQ(Determinant(rows, 1), 1.0);
+    EXPECT_EQ(Determinant(rows, 2), -4.0);
+    EXPECT_EQ(AlCo(rows, 2, 0, 1), -2.0);  // the signed minor of (0, 1)
+    EXPECT_EQ(Determinant(nullptr, 0) + Determinant(nullptr, 12), 0.0);
+    EXPECT_EQ(AlCo(rows, 2, 2, 0) + AlCo(rows, 2, 0, -1) + AlCo(rows, 1, 0, 0), 0.0);  // no minor
+}
 
 float fit_offset[3] = {-1, -1, -1};
 int32_t fit(const Vec3 &centre, float radius, void (*spoil)() = [] {}) {
