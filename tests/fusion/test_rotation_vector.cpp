@@ -90,6 +90,24 @@ TEST(RotationVector, WhatEntersTheFilters) {
     for (int i = 0; i < 3; ++i) EXPECT_EQ(quarvel::rv_mag_smoothing.axis[i].ring[0], field_in_acc_axes[i]) << i;
 }
 
+TEST(RotationVector, EulerAnglesUseThePiOfThreePointOneFourOneSix) {
+    // A settled estimator made to treat the next sample as its first keeps in update_Q
+    // the unblended estimate that angle_q describes: each angle formed in float,
+    // converted in double with pi = 3.1416f, stored in float.
+    const Still d(testsupport::Device::facing(-120, 35, -70));
+    d.run(60);
+    q_l_flag = 0;
+    d.run(1);
+    const float q0 = update_Q[0], q1 = update_Q[1], q2 = update_Q[2], q3 = update_Q[3];
+    const double to_degrees = 180.0 / double{3.1416f};
+    const double heading = std::atan2(double{2.0f * (q0 * q3 + q1 * q2)}, double{q0 * q0 + q1 * q1 - q2 * q2 - q3 * q3});
+    const double pitch = std::asin(double{-2.0f * (q1 * q3 - q0 * q2)});
+    const double roll = std::atan2(double{2.0f * (q0 * q1 + q2 * q3)}, double{q0 * q0 - q1 * q1 - q2 * q2 + q3 * q3});
+    expect_bits(angle_q, {static_cast<float>(heading * to_degrees), static_cast<float>(pitch * to_degrees),
+                          static_cast<float>(roll * to_degrees)});
+    expect_bits(q_l_old, {q1, q2, q3});
+}
+
 // The weight of the new estimate at a heading (upright) or a roll (upside down); -1: no blend.
 float w_new(float heading, float roll) {
     quarvel::BlendWeights w{-1, -1};
