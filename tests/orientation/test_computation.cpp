@@ -234,23 +234,6 @@ TEST(RestartCounts, LimitCallOfEachBandRaisesTheRequestAndRestartsItsCount) {
     }
 }
 
-TEST(HalfDifference, HalfOfASmallJumpInAModestFieldIsLeftForTheCalibration) {
-    const Reading r = device(90.0);
-    float out[3];
-    hold(r, out);
-    // WHEN the field moves by (10, 0, -6) µT while holding: half of it is kept
-    call(shifted(r, 10.0f, 0.0f, -6.0f), out);
-    const float half[3] = {5.0f, 0.0f, -3.0f};
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(quarvel::noise_mag_delta[i], half[i]);
-    // WHEN the field returns, the reference replaces it and the correction is zero
-    call(r, out);
-    EXPECT_TRUE(quarvel::noise_mag_delta[0] == 0.0f && quarvel::noise_mag_delta[2] == 0.0f);
-    // A medium jump taking x from -20 µT to 160 µT, beyond 150 µT, is not kept
-    call(shifted(r, 180.0f, 10.0f, 0.0f), out);
-    EXPECT_TRUE(noise_flag_t == 1 && quarvel::noise_mag_delta[0] == 0.0f && quarvel::noise_mag_delta[1] == 0.0f);
-}
-
-
 TEST(SamplingPermission, OnlyAnAxisAboveAFifthOfAGUpwardsPermits) {
     const float cases[][4] = {{0, 0, 9.8f, 1},    {0, 0, -9.8f, 0},   {9.8f, 0, 0, 1},   {-9.8f, 0, 0, 0},
                               {0, 1.9f, -9.6f, 0}, {0, 2.0f, -9.6f, 1}, {-1, -1, -30, 0}, {0, 0, 30, 1}};
