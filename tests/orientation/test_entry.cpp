@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <string>
 
 #include "calmodule/orientation.h"
 #include "support/module_loader.h"
@@ -60,16 +59,6 @@ TEST(Tilt, QuadrantAndRangeEdgesOfEveryHelper) {
         cases[i].f(cases[i].g, &out);
         SCOPED_TRACE(testing::Message() << "row " << i);
         expect_same(out, cases[i].want);
-    }
-}
-
-TEST(Tilt, SoftGyroNamesAreTheSameFunctionsNotCopies) {
-    testsupport::LoadedModule module;
-    ASSERT_TRUE(module.ok());
-    for (const char *name : {"GetPitch", "GetRoll", "GetPitchAngle", "GetRollAngle"}) {
-        void *first = module.symbol<void>(name);
-        ASSERT_NE(first, nullptr) << name;
-        EXPECT_EQ(first, module.symbol<void>((std::string("softgy_") + name).c_str())) << name;
     }
 }
 
