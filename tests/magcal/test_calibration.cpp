@@ -1,10 +1,9 @@
-// The calibration seen from inside the module: cofactor inverse, sphere fit, sample
-// selection, state machine and supervision, output filters, parameter file.
+// The calibration seen from inside the module: cofactor refusals, sphere fit, sample
+// selection, state machine and supervision, parameter file and the driver.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -14,8 +13,8 @@
 #include "calmodule/module.h"
 #include "magcal/calibration_state.h"
 #include "magcal/magcal_internal.h"
-#include "support/test_env.h"
 #include "support/device.h"
+#include "support/test_env.h"
 
 namespace {
 
@@ -37,23 +36,14 @@ void twelve_on_sphere(const Vec3 &c, float radius, float out[12][3]) {
 using quarvel::cali_level;
 using quarvel::cali_mag_values;
 using quarvel::cali_offset;
-using testsupport::write_param_file;
 
-TEST(CofactorInverse, RefusesOrdersBeyondTheMinorTableAndFindsEqualRowsSingular) {
-    double row[2][4] = {{1, 2, 3, 4}, {2, 0, 1, 9}}, *rows[4] = {row[0], row[1], row[0], row[1]};
-    EXPECT_EQ(Determinant(rows, 4), 0.0);
+TEST(CofactorInverse, RefusesOrdersAndElementsOutsideTheMinorTable) {
+    double row[2][4] = {{1, 2, 3, 4}, {2, 0, 1, 9}}, *rows[2] = {row[0], row[1]};
+    EXPECT_EQ(Determinant(rows, 1), 1.0);
     EXPECT_EQ(Determinant(rows, 2), -4.0);
     EXPECT_EQ(AlCo(rows, 2, 0, 1), -2.0);  // the signed minor of (0, 1)
-    EXPECT_EQ(Determinant(nullptr, 0), 0.0);
-    EXPECT_EQ(Determinant(nullptr, 12), 0.0);
-    // Input and Output copy a single element too.
-    const double one[4][4] = {{5}};
-    double *a[4] = {}, out[4][4] = {};
-    Input(a, 1, 1, one);
-    EXPECT_EQ(Determinant(a, 1), 5.0);
-    Output(a, 1, 1, out);
-    EXPECT_EQ(out[0][0], 5.0);
-    std::free(a[0]);
+    EXPECT_EQ(Determinant(nullptr, 0) + Determinant(nullptr, 12), 0.0);
+    EXPECT_EQ(AlCo(rows, 2, 2, 0) + AlCo(rows, 2, 0, -1) + AlCo(rows, 1, 0, 0), 0.0);  // no minor
 }
 
 float fit_offset[3] = {-1, -1, -1};
@@ -78,12 +68,9 @@ TEST(SphereFit, ExactSamplesGiveTheCentreAndRefusalsLeaveTheOffsetAlone) {
 
     ASSERT_EQ(fit({10, -20, 5}, 40), 3);
     EXPECT_EQ(Msensor.fitCount, 1);
-    const float sphere[4] = {20, -40, 10, -1075};
-    for (int i = 0; i < 4; ++i) EXPECT_NEAR(Msensor.sphere[0][i], sphere[i], i < 3 ? 1e-3f : 1e-2f) << i;
     EXPECT_NEAR(Msensor.radius[0], 40.0f, 1e-3f);
     expect3(fit_offset, {10, -20, 5}, 1e-3f);
-    EXPECT_EQ(Msensor.dotsCount, 12);  // selection, not the fit, empties the buffer
-    EXPECT_EQ(Msensor.dotsFull, 1);
+    EXPECT_TRUE(Msensor.dotsCount == 12 && Msensor.dotsFull == 1);  // selection, not the fit, empties the buffer
 }
 
 TEST(SphereFit, HeldFitsAndDeviationRuns) {
@@ -124,9 +111,8 @@ TEST(SphereFit, SixtiethFitKeepsTheThirtyNewestNewestFirst) {
     ASSERT_EQ(fit({10, -20, 5}, 40), 3);
     EXPECT_EQ(Msensor.fitCount, 30);
     EXPECT_NEAR(Msensor.sphere[0][0], 20.0f, 1e-3f);  // the new fit
-    for (int i = 1; i < 30; ++i) EXPECT_EQ(Msensor.sphere[i][0], static_cast<float>(59 - i)) << i;
+    for (int i = 1; i < 60; ++i) EXPECT_EQ(Msensor.sphere[i][0], i < 30 ? 59.0f - i : 0.0f) << i;
     for (int i = 30; i < 60; ++i) EXPECT_EQ(Msensor.radius[i], 0.0f) << i;
-    for (int i = 30; i < 60; ++i) EXPECT_EQ(Msensor.sphere[i][0], 0.0f) << i;
 }
 
 int32_t offer(float x, float y, float z, int16_t permitted = 1) {
@@ -155,14 +141,11 @@ TEST(Selection, RangePermissionSpreadAndTheConsumedBuffer) {
         ASSERT_EQ(offer(s[i][0], s[i][1], s[i][2]), 4) << i;
         ASSERT_EQ(DotsNumCheck(&Msensor), i < 11 ? -4 : 2) << i;
     }
-    EXPECT_EQ(Msensor.dotsFull, 1);
     EXPECT_EQ(DotsNumCheck(&Msensor), -4);
     EXPECT_EQ(offer(100, 100, 100, 0), -11);  // not permitted: the buffer stays
     EXPECT_EQ(Msensor.dotsCount, 12);
     EXPECT_EQ(offer(100, 100, 100), -11);  // consumed: emptied, sample discarded
-    EXPECT_EQ(Msensor.dotsCount, 0);
-    EXPECT_EQ(Msensor.dotsFull, 0);
-    EXPECT_EQ(Msensor.dots[0][0], 0.0f);
+    EXPECT_TRUE(Msensor.dotsCount == 0 && Msensor.dotsFull == 0 && Msensor.dots[0][0] == 0.0f);
 }
 
 TEST(Selection, OffShellReadingsReplaceTheNewestAndTheTenthIsReported) {
@@ -171,12 +154,9 @@ TEST(Selection, OffShellReadingsReplaceTheNewestAndTheTenthIsReported) {
     ASSERT_EQ(offer(50, -20, 5), 4);  // on the shell, 40 µT out
     ASSERT_EQ(offer(10, 20, 8), 4);
     EXPECT_EQ(offer(-30, -30, 60), 4);  // about 70 µT out: takes the newest slot
-    EXPECT_EQ(Msensor.dotsCount, 2);
-    EXPECT_EQ(Msensor.dots[1][0], -30.0f);
-    EXPECT_EQ(noise_flag, 1);
+    EXPECT_TRUE(Msensor.dotsCount == 2 && Msensor.dots[1][0] == -30.0f && noise_flag == 1);
     EXPECT_EQ(offer(12, -18, 12), 4);  // 7.5 µT from the centre: inside the shell
-    EXPECT_EQ(Msensor.dots[1][2], 12.0f);
-    EXPECT_EQ(noise_flag, 2);
+    EXPECT_TRUE(Msensor.dots[1][2] == 12.0f && noise_flag == 2);
     // With nothing buffered an off-shell reading becomes the first sample.
     FusionInit();
     Msensor.fitCount = 2;
@@ -184,13 +164,11 @@ TEST(Selection, OffShellReadingsReplaceTheNewestAndTheTenthIsReported) {
     noise_flag = 0;
     for (int i = 0; i < 9; ++i) {
         ASSERT_EQ(offer(80.0f + i, 3.0f * i, -2.0f * i), 4) << i;
-        EXPECT_EQ(Msensor.dotsCount, 1);
-        EXPECT_EQ(Msensor.dots[0][0], 80.0f + i);
+        EXPECT_TRUE(Msensor.dotsCount == 1 && Msensor.dots[0][0] == 80.0f + i) << i;
     }
     EXPECT_EQ(noise_flag, 9);
     EXPECT_EQ(offer(95, 0, 0), -10);
-    EXPECT_EQ(noise_flag, 0);
-    EXPECT_EQ(Msensor.dots[0][0], 88.0f);  // the reported reading is not stored
+    EXPECT_TRUE(noise_flag == 0 && Msensor.dots[0][0] == 88.0f);  // the reported reading is not stored
 }
 
 // Calls Fusion as the driver does, on its state; returns result and new_offset_flag.
@@ -218,8 +196,7 @@ int32_t feed_sphere(const Vec3 &c, float radius) {
 TEST(Fusion, CalibratedFieldUsesTheSelectedOffsetThenTheDisturbance) {
     cali_mag_values[0] = 4.0f;
     EXPECT_EQ(fusion(0, 0, 0), std::make_pair(-2, 0));  // not a sample: nothing changes
-    EXPECT_EQ(cali_mag_values[0], 4.0f);
-    EXPECT_EQ(Msensor.dotsCount, 0);
+    EXPECT_TRUE(cali_mag_values[0] == 4.0f && Msensor.dotsCount == 0);
     const float latest[3] = {10, -5, 2};
     FusionSetOffset(latest);
     EXPECT_EQ(fusion(30, 20, -40).first, -3);
@@ -236,90 +213,44 @@ TEST(Fusion, CalibratedFieldUsesTheSelectedOffsetThenTheDisturbance) {
     expect3(cali_mag_values, {0, 0, 0});
 }
 
-TEST(Fusion, LevelClimbsWithTheHeldFitsAndAsksForPersistenceFromTwo) {
+TEST(Fusion, TheAcceptingCallReportsWithTheOldOffsetAndFourFitsEndTheOptimalOffset) {
     const Vec3 centre{12, -18, 4};
     quarvel::noise_mag_delta[1] = 3.0f;
-    // The call that accepts the first offset still reports with the old one (zero).
     float s[12][3];
     twelve_on_sphere(centre, 44, s);
     for (int i = 0; i < 11; ++i) fusion(s[i][0], s[i][1], s[i][2]);
     EXPECT_EQ(fusion(s[11][0], s[11][1], s[11][2]), std::make_pair(1, 0));
-    expect3(cali_mag_values, {s[11][0], s[11][1] - 3.0f, s[11][2]});  // and the old disturbance
-    EXPECT_EQ(cali_level, 1);
-    EXPECT_EQ(quarvel::noise_mag_delta[1], 0.0f);
-    expect3(cali_offset, centre, 1e-3f);
+    expect3(cali_mag_values, {s[11][0], s[11][1] - 3.0f, s[11][2]});  // old offset (zero), old disturbance
+    EXPECT_TRUE(cali_level == 1 && quarvel::noise_mag_delta[1] == 0.0f);
     expect3(LatestOffset, centre, 1e-3f);
     EXPECT_EQ(fusion(60, 0, 0).first, -3);  // empties the consumed buffer
-    EXPECT_EQ(feed_sphere(centre, 44), 1);
-    EXPECT_EQ(cali_level, 2);
-    for (int n = 3; n <= 5; ++n) {
+    for (int n = 2; n <= 5; ++n) {
         optimalFlag = 1;
-        EXPECT_EQ(feed_sphere(centre, 44), 1);
-        EXPECT_EQ(cali_level, 3);
-        EXPECT_EQ(Msensor.fitCount, n);
-        EXPECT_EQ(optimalFlag, n > 4 ? 0 : 1);  // cleared once more than four fits are held
+        EXPECT_EQ(feed_sphere(centre, 44), 1);  // from two fits on, asks for persistence
+        EXPECT_EQ(optimalFlag, n > 4 ? 0 : 1) << n;  // cleared once more than four fits are held
     }
-    optimalFlag = 0;
     // A refused fit (radius 57: on the shell, no earth field) re-derives the level from
     // the unchanged count.
     EXPECT_EQ(feed_sphere(centre, 57), 1);
-    EXPECT_EQ(Msensor.fitCount, 5);
+    EXPECT_TRUE(Msensor.fitCount == 5 && cali_level == 3);
 }
 
-// Supervision starts from two held fits at level 2 with an accepted offset. A restart
-// leaves level 0 and an empty record, and keeps the offset in force.
-void hold_two_fits() {
+// From two held fits at level 2, three gross readings restart (each clears the running
+// count of implausible ones): level 0 and an empty record, the offset kept in force.
+TEST(Supervision, TheThirdGrossReadingRestarts) {
     feed_sphere({12, -18, 4}, 44);
     feed_sphere({12, -18, 4}, 44);
-    ASSERT_EQ(cali_level, 2);
-}
-void expect_restarted() {
+    EXPECT_EQ(fusion(250, 0, 0).first, -3);  // implausible: counted
+    EXPECT_EQ(noiseCount, 1);
+    for (float x : {600.0f, 600.0f}) EXPECT_EQ(fusion(x, 0, 0).first, -3);
+    EXPECT_TRUE(noiseCount == 0 && l_noiseCount == 2);
+    EXPECT_TRUE(cali_level == 2 && Msensor.fitCount == 2 && Msensor.dotsCount == 0);  // not yet; each emptied the buffer
+    fusion(0, 0, 900);
     static const magcal_record empty = {};
-    EXPECT_EQ(cali_level, 0);
-    EXPECT_EQ(noiseCount, 0);
-    EXPECT_EQ(l_noiseCount, 0);
+    EXPECT_TRUE(cali_level == 0 && noiseCount == 0 && l_noiseCount == 0);
     EXPECT_EQ(std::memcmp(&Msensor, &empty, sizeof empty), 0);
-    expect3(LatestOffset, {12, -18, 4}, 1e-3f);
-    expect3(cali_offset, {12, -18, 4}, 1e-3f);
-}
-
-// Readings that must not restart yet, the running and gross counts they leave, and the
-// reading that restarts.
-struct Disturbance { const char *name; std::vector<Vec3> before; int noise, gross; Vec3 last; };
-void PrintTo(const Disturbance &d, std::ostream *os) { *os << d.name; }
-class Supervision : public ::testing::TestWithParam<Disturbance> {};
-
-TEST_P(Supervision, RestartsOnTheReadingThatIsDue) {
-    hold_two_fits();
-    for (const Vec3 &v : GetParam().before) EXPECT_EQ(fusion(v.x, v.y, v.z).first, -3);
-    EXPECT_EQ(noiseCount, GetParam().noise);
-    EXPECT_EQ(l_noiseCount, GetParam().gross);
-    EXPECT_EQ(cali_level, 2);  // not yet
-    EXPECT_EQ(Msensor.fitCount, 2);
-    EXPECT_EQ(Msensor.dotsCount, 0);  // each emptied the buffer
-    fusion(GetParam().last.x, GetParam().last.y, GetParam().last.z);
-    expect_restarted();
-    fusion(62, -18, 4);  // the calibrated output goes on with the kept offset
+    fusion(62, -18, 4);
     EXPECT_NEAR(cali_mag_values[0], 50.0f, 1e-3f);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Disturbances, Supervision,
-    ::testing::Values(  // three gross readings: each clears the running count
-        Disturbance{"33_implausible", [] { std::vector<Vec3> v(33, {250, 0, 0}); v[0] = {30, 30, 30}; return v; }(),
-                    32, 0, {250, 0, 0}},
-        Disturbance{"3_gross", {{250, 0, 0}, {600, 0, 0}, {600, 0, 0}}, 0, 2, {0, 0, 900}}));
-
-TEST(RestartRequest, RestartsOnEveryCallWhileSet) {
-    hold_two_fits();
-    cali_ret = 1;
-    for (int i = 0; i < 30; ++i) {
-        EXPECT_EQ(fusion(50.0f + i * 3.0f, -i * 2.0f, i * 1.5f).first, -3);
-        expect_restarted();
-    }
-    cali_ret = 0;
-    EXPECT_EQ(fusion(50, 0, 0).first, -3);
-    EXPECT_EQ(Msensor.dotsCount, 1);
 }
 
 // The step on storage of its own: a restart clears the fits, the buffer, the counts
@@ -342,28 +273,23 @@ TEST(CalibrationStepState, RestartsClearOnlyTheBoundState) {
                                             &row.restart_request, delta), -3);
         expect3(calibrated, {3.5f, 13.5f, 23.5f});  // the optimal offset and the disturbance
         EXPECT_EQ(record.fitCount == 0 && record.dotsCount == 0, row.restarts);
-        EXPECT_EQ(level, row.restarts ? 0 : 3);
-        EXPECT_EQ(optimal_flag, row.restarts ? 0 : 1);
+        EXPECT_TRUE(level == (row.restarts ? 0 : 3) && optimal_flag == (row.restarts ? 0 : 1));
         EXPECT_EQ(noise, row.restarts ? 0 : 32);
         expect3(latest, {1, 2, 3});
     }
-    EXPECT_EQ(Msensor.fitCount, 0);
-    EXPECT_EQ(optimalFlag, 0);
-    EXPECT_EQ(noiseCount, 0);
+    EXPECT_TRUE(Msensor.fitCount == 0 && optimalFlag == 0 && noiseCount == 0);
 }
 
 TEST(ParameterFile, WritesThePrintedValuesAndReadsThemBack) {
     const struct { float v[3]; const char *text; int32_t read; } cases[] = {
         {{12.5f, -3.25f, 40}, "12.500000:-3.250000:40.000000:", 8},
-        {{0, -0.0f, 0}, "0.000000:-0.000000:0.000000:", 8},
         {{1, 2, 3}, "1.000000:2.000000:3.000000:", 8},  // truncated: nothing of the longer text left
         {{-1e5f, -1e5f, -1e5f}, "-100000.000000:-100000.000000:-100000.000000:", -20},  // too long to read
     };
     for (const auto &c : cases) {
         ASSERT_EQ(WriteParameterToFile(c.v), 7);
         std::string text;
-        EXPECT_TRUE(testsupport::read_param_file(&text));
-        EXPECT_EQ(text, c.text);
+        EXPECT_TRUE(testsupport::read_param_file(&text) && text == c.text) << text;
         float back[3] = {};
         EXPECT_EQ(ReadParameterFromFile(back), c.read) << c.text;
         if (c.read == 8) expect3(back, {c.v[0], c.v[1], c.v[2]});
@@ -374,21 +300,17 @@ TEST(ParameterFile, ReaderCodesForMalformedFiles) {
     const float u = 77.0f;  // untouched
     const struct { const char *what; std::string bytes; int32_t code; Vec3 values; } cases[] = {
         {"longer first field", "-123.456789:5.000000:7.000000:", 8, {-123.456789f, 5.0f, 7.0f}},
-        {"trailing newline", "1.000000:2.000000:3.000000:\n", 8, {1, 2, 3}},
-        {"empty", "", -20, {u, u, u}},
         {"20 bytes", "1.00000:2.00000:3.0:", -20, {u, u, u}},
         {"43 bytes", "1.0000000000000:2.000000000000:3.000000000:", -20, {u, u, u}},
         {"two colons", "11.000000:22.000000:3", -22, {11, 22, u}},
         {"33-character field", "000000000000000000000000000000000:1:2:", -21, {u, u, u}},
         {"no colon at all", "123456789012345678901234", -22, {0, u, u}},
-        {"binary", std::string("\0\0\xff\x01:\x80\0:\n\n:\0\0\0\0\0\0\0\0\0\0\xfe", 23), -22, {0, u, u}},
         {"second line shorter", "1.000000:2.000000:3.000000:\n9:", 8, {9, 0, 2}},
-        {"last line wins", "11.500000:22.500000:\n7:8:9:\n", 8, {7, 8, 9}},
         {"missing", "", -19, {u, u, u}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
-        write_param_file(c.bytes);
+        testsupport::write_param_file(c.bytes);
         if (c.code == -19) testsupport::remove_param_file();
         float v[3] = {u, u, u};
         EXPECT_EQ(ReadParameterFromFile(v), c.code);
@@ -396,40 +318,35 @@ TEST(ParameterFile, ReaderCodesForMalformedFiles) {
     }
 }
 
-TEST(ParameterFile, SaveStopsAtTheFirstFailedPrint) {
-    write_param_file("");
+TEST(ParameterFile, WritingStopsAtTheFirstFailure) {
+    testsupport::write_param_file("");
     FILE *read_only = std::fopen(testsupport::param_file_path(), "r");  // printing to it fails
-    FILE *tmp = std::tmpfile();
-    ASSERT_TRUE(read_only && tmp);
     const float v[3] = {1, 2, 3};
     EXPECT_EQ(SaveParameterNumber(read_only, v), -16);
-    EXPECT_EQ(SaveParameterNumber(tmp, v), 6);
     std::fclose(read_only);
-    std::fclose(tmp);
+    const std::string path = testsupport::param_file_path(), dir = path.substr(0, path.rfind('/'));
+    ASSERT_EQ(std::rename(dir.c_str(), (dir + ".away").c_str()), 0);
+    EXPECT_EQ(WriteParameterToFile(v), -17);  // no folder to open the file in
+    std::rename((dir + ".away").c_str(), dir.c_str());
 }
 
 TEST(Driver, TheFirstRealSampleLoadsTheStoredOffsetOnce) {
     float o[3];
-    write_param_file("99.000000:99.000000:99.000000:");
+    testsupport::write_param_file("99.000000:99.000000:99.000000:");
     EXPECT_EQ(qv730_run_library(0.0f, 0.0f, 0.0f), -15);  // not a sample: no read
-    write_param_file("12.500000:-3.250000:40.000000:");
+    testsupport::write_param_file("12.500000:-3.250000:40.000000:");
     EXPECT_EQ(qv730_run_library(1.0f, 0.0f, 0.0f), 5);
-    get_magnetic_offset(o);
-    expect3(o, {12.5f, -3.25f, 40.0f});
     expect3(LatestOffset, {12.5f, -3.25f, 40.0f});
     // Once per load, whatever happens to the file or the module afterwards.
-    write_param_file("1.000000:1.000000:1.000000:");
+    testsupport::write_param_file("1.000000:1.000000:1.000000:");
     scmi.methods->init();
     EXPECT_EQ(qv730_run_library(30.0f, 20.0f, 10.0f), 5);
     get_magnetic_offset(o);
-    EXPECT_EQ(o[0], 12.5f);
-    int32_t level = -1;
-    get_calilevel_value(&level);
-    EXPECT_EQ(level, 0);
+    expect3(o, {12.5f, -3.25f, 40.0f});
 }
 
 TEST(Driver, ScalesRawCountsAndStartsFromWhatAFailedReadParsed) {
-    write_param_file("11.000000:22.000000:3");
+    testsupport::write_param_file("11.000000:22.000000:3");
     EXPECT_EQ(qv730_run_library(2.0f, -2.0f, 1.0f), 5);
     expect3(Msensor.dots[0], {3.0f, -3.0f, 0x1.4ccccc8p+1f});  // 2.6f: 2.5999999046325684
     expect3(LatestOffset, {11, 22, 0});  // in force for the calibration...

@@ -1,6 +1,6 @@
-// The soft gyroscope: its smoothed, tilt-compensated orientation; changes against a
-// snapshot every third call, the 35-degree gate, the low-pass filter, one large
-// change reported alone, small changes after a quiet spell, and the tilt override.
+// The soft gyroscope's gates and state: refused calls, changes against a snapshot
+// every third call, the 35-degree gate, one large change reported alone, and the tilt
+// override.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -50,9 +50,7 @@ TEST(SoftGyro, RefusedPeriodOrZeroAccelerationWritesZeroAndTouchesNothing) {
     game_flag = 5;
     const struct { int32_t period; Vec acc; } rows[] = {{0, kFlat}, {1001, kFlat}, {-5, kFlat}, {20, {0, 0, 0}}};
     for (const auto &row : rows) EXPECT_EQ(call(row.acc, row.period), (Vec{0, 0, 0})) << row.period;
-    EXPECT_EQ(or_flag, 2);
-    EXPECT_EQ(game_flag, 5);
-    EXPECT_EQ(old_rota[0], kAzMinusX + 10.0f);
+    EXPECT_TRUE(or_flag == 2 && game_flag == 5 && old_rota[0] == kAzMinusX + 10.0f);
     EXPECT_EQ(held(), (Vec{1.5f, 0, 0}));
     // The range is inclusive at both ends, and the heading history took no
     // non-number from the zero vector: the 10-degree change comes through filtered.
@@ -63,27 +61,15 @@ TEST(SoftGyro, RefusedPeriodOrZeroAccelerationWritesZeroAndTouchesNothing) {
 }
 
 TEST(SoftGyro, FromLoadTheFirstCallsAreGatedUntilARealSnapshot) {
-    // GIVEN a freshly loaded library, the device flat and heading 270 degrees
+    // Heading 270 degrees, azimuth 90: far from the load-time snapshot of 0, so each
+    // result is the held (0, 0, 0); the third call takes a real snapshot.
     hold_field(-20, 0);
     game_flag = 3;
-    // WHEN it is called three times THEN each result is the held (0, 0, 0): azimuth
-    // 90 is far from the load-time snapshot of 0; the third call takes a real one
     for (int i = 1; i <= 3; ++i) {
         EXPECT_EQ(call(kFlat), (Vec{0, 0, 0})) << i;
-        EXPECT_EQ(quarvel::rota_filter.seeded, 0);
-        EXPECT_EQ(or_flag, i % 3);
-        EXPECT_EQ((Vec{old_rota[0], old_rota[1], old_rota[2]}), (Vec{i < 3 ? 0.0f : kAzMinusX, 0, 0}));
+        EXPECT_TRUE(quarvel::rota_filter.seeded == 0 && or_flag == i % 3 && old_rota[0] == (i < 3 ? 0.0f : kAzMinusX));
     }
     EXPECT_EQ(game_flag, 0);
-}
-
-TEST(SoftGyro, SeedingCallTakesTheRawChangesAndRollWinsFirst) {
-    hold_field(-20, 0);
-    old_rota[0] = kAzMinusX + 5.0f;  // older minus newer: 5 in azimuth, 2 in roll
-    old_rota[2] = 2.0f;
-    EXPECT_EQ(call(kFlat), (Vec{0, 2, 0}));
-    EXPECT_EQ(quarvel::rota_filter.seeded, 1);
-    EXPECT_EQ(rota_filter.memory[0], 5.0f);
 }
 
 TEST(SoftGyro, LargeChangesAloneAndTheGateAt35Degrees) {
@@ -102,26 +88,8 @@ TEST(SoftGyro, LargeChangesAloneAndTheGateAt35Degrees) {
         hold_field(row.hx, row.hy);
         quiet_state(row.snapshot, before);
         EXPECT_EQ(call(kFlat), row.want);
-        EXPECT_EQ(lock_temp, row.lock);
-        EXPECT_EQ(or_flag, 1);  // a gated call still counts towards the snapshot
+        EXPECT_TRUE(lock_temp == row.lock && or_flag == 1);  // a gated call still counts towards the snapshot
     }
-}
-
-TEST(SoftGyro, AfterALargeChangeTwoHeldCallsThenSmallChangesOnAllAxes) {
-    // GIVEN a large azimuth change just reported
-    hold_field(-20, 0);
-    quiet_state({kAzMinusX + 10.0f, 0, 0});
-    const Vec large = call(kFlat);
-    ASSERT_EQ(lock_temp, 0);
-    // WHEN small changes follow on every axis THEN two calls return the held
-    // estimate, the third the filtered changes of all three
-    for (int i = 1; i <= 3; ++i) {
-        std::copy_n(Vec{kAzMinusX + 0.1f, 0.1f, 0.1f}.begin(), 3, old_rota);
-        const Vec r = call(kFlat);
-        EXPECT_EQ(r, i < 3 ? large : (Vec{rota_filter.memory[1], rota_filter.memory[2], rota_filter.memory[0]})) << i;
-    }
-    EXPECT_TRUE(held()[0] > 0.0f && held()[1] > 0.0f && held()[2] < 1.8f);
-    EXPECT_EQ(lock_temp, 3);
 }
 
 TEST(SoftGyro, TiltAbove3OnXOrYSuppressesTheAzimuthChange) {

@@ -1,6 +1,6 @@
 // The one simulated phone of the tests: a rigid device at a known attitude in the
-// earth's field, what its accelerometer and magnetometer read, and the samples it gives
-// when turned about a hard-iron offset. Axes are the Android device axes.
+// earth's field, what its accelerometer and magnetometer read, and samples on a sphere
+// about a hard-iron offset. Axes are the Android device axes.
 #ifndef CALMODULE_TESTS_DEVICE_H
 #define CALMODULE_TESTS_DEVICE_H
 
@@ -10,9 +10,6 @@
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
-#include <random>
-
-#include "calmodule/magcal.h"
 
 namespace testsupport {
 
@@ -47,19 +44,6 @@ struct Device {
         turn(d.axis[1], d.axis[2], top_up * k);
         return d;
     }
-    // The rotation-vector estimator's Euler angles in degrees (heading about up, then
-    // pitch, then roll), device to a north-west-up world.
-    static Device euler(double heading, double pitch, double roll) {
-        const double k = 3.14159265358979323846 / 180.0, ch = std::cos(heading * k), sh = std::sin(heading * k),
-                     cp = std::cos(pitch * k), sp = std::sin(pitch * k), cr = std::cos(roll * k), sr = std::sin(roll * k);
-        const double r[3][3] = {{ch * cp, ch * sp * sr - sh * cr, ch * sp * cr + sh * sr},
-                                {sh * cp, sh * sp * sr + ch * cr, sh * sp * cr - ch * sr},
-                                {-sp, cp * sr, cp * cr}};
-        Device d;
-        for (int a = 0; a < 3; ++a) d.axis[a][0] = -r[1][a], d.axis[a][1] = r[0][a], d.axis[a][2] = r[2][a];
-        return d;
-    }
-
     // At rest the accelerometer reads g upwards, m/s².
     void acc(float out[3], double g = 9.8) const {
         for (int a = 0; a < 3; ++a) out[a] = static_cast<float>(g * axis[a][2]);
@@ -68,25 +52,7 @@ struct Device {
     void field(float out[3], double north = 20.0, double down = 40.0) const {
         for (int a = 0; a < 3; ++a) out[a] = static_cast<float>(north * axis[a][1] - down * axis[a][2]);
     }
-    // Device to north-west-up world, scalar first and non-negative.
-    void quaternion(float q[4]) const {
-        double m[3][3];  // rows north, west, up
-        for (int a = 0; a < 3; ++a) m[0][a] = axis[a][1], m[1][a] = -axis[a][0], m[2][a] = axis[a][2];
-        const double w = 0.5 * std::sqrt(std::fmax(0.0, 1.0 + m[0][0] + m[1][1] + m[2][2]));
-        const double x = 0.5 * std::sqrt(std::fmax(0.0, 1.0 + m[0][0] - m[1][1] - m[2][2]));
-        const double y = 0.5 * std::sqrt(std::fmax(0.0, 1.0 - m[0][0] + m[1][1] - m[2][2]));
-        const double z = 0.5 * std::sqrt(std::fmax(0.0, 1.0 - m[0][0] - m[1][1] + m[2][2]));
-        q[0] = static_cast<float>(w);
-        q[1] = static_cast<float>(std::copysign(x, m[2][1] - m[1][2]));
-        q[2] = static_cast<float>(std::copysign(y, m[0][2] - m[2][0]));
-        q[3] = static_cast<float>(std::copysign(z, m[1][0] - m[0][1]));
-    }
 };
-
-// The chip's raw counts for a field in µT.
-inline void to_counts(const float f[3], float out[3]) {
-    for (int i = 0; i < 3; ++i) out[i] = f[i] / calmodule::kChipScale[i];
-}
 
 // Twelve points on a sphere, on a spiral over twelve latitudes so that they lie on no
 // single circle; for radii of 40 µT and more they pass the spread test pairwise.
@@ -99,22 +65,6 @@ inline void twelve_on_sphere(const float centre[3], float radius, float out[12][
         out[i][2] = static_cast<float>(c[2] + r * std::sin(phi));
     }
 }
-
-// A device turned at random: a field of `strength` µT from a uniformly random
-// direction, plus the hard-iron offset, plus Gaussian noise.
-struct TurningDevice {
-    std::mt19937 rng;
-    float offset[3], strength, noise;
-    void next(float out[3]) {
-        std::normal_distribution<float> n(0.0f, 1.0f);
-        float d[3], norm;
-        do {
-            for (float &c : d) c = n(rng);
-            norm = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
-        } while (norm < 1e-3f);
-        for (int i = 0; i < 3; ++i) out[i] = offset[i] + strength * d[i] / norm + noise * n(rng);
-    }
-};
 
 }  // namespace testsupport
 

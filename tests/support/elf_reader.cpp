@@ -26,10 +26,6 @@ bool parse(const std::vector<char> &f, ElfInfo *info, std::string *error) {
         const char *p = f.data() + strtab.sh_offset + idx;
         return std::string(p, strnlen(p, strtab.sh_size - idx));
     };
-    auto section_name = [&](unsigned i) -> std::string {
-        if (i >= sh.size() || eh.e_shstrndx >= sh.size()) return {};
-        return str_at(sh[eh.e_shstrndx], sh[i].sh_name);
-    };
 
     for (const Shdr &s : sh) {
         if (s.sh_link >= sh.size() || !in_bounds(s.sh_offset, s.sh_size)) continue;
@@ -41,12 +37,8 @@ bool parse(const std::vector<char> &f, ElfInfo *info, std::string *error) {
                 ElfSymbol e;
                 e.name = str_at(strtab, sym.st_name);
                 e.defined = sym.st_shndx != SHN_UNDEF;
-                const unsigned type = sym.st_info & 0xF, bind = sym.st_info >> 4;
-                e.is_function = type == STT_FUNC;
-                e.is_object = type == STT_OBJECT;
+                const unsigned bind = sym.st_info >> 4;
                 e.is_global = bind == STB_GLOBAL || bind == STB_WEAK;
-                if (e.defined && sym.st_shndx < sh.size()) e.section = section_name(sym.st_shndx);
-                e.value = sym.st_value;
                 info->dynamic_symbols.push_back(e);
             }
         } else if (s.sh_type == SHT_DYNAMIC) {

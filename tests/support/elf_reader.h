@@ -1,5 +1,5 @@
 // Reads what a HAL's loader sees of a shared library: dynamic symbols, NEEDED
-// entries, section placement and LOAD segment alignment. Works on 32- and 64-bit
+// entries and LOAD segment alignment. Works on 32- and 64-bit
 // little-endian ELF files, so the same checks run for every target.
 #ifndef CALMODULE_TESTS_ELF_READER_H
 #define CALMODULE_TESTS_ELF_READER_H
@@ -13,11 +13,7 @@ namespace testsupport {
 struct ElfSymbol {
     std::string name;
     bool defined = false;
-    bool is_function = false;
-    bool is_object = false;
     bool is_global = false;  // global or weak binding
-    std::string section;     // name of the section holding a defined symbol
-    uint64_t value = 0;
 };
 
 struct ElfInfo {

@@ -8,7 +8,6 @@ namespace testsupport {
 
 const char *module_path() { return CALMODULE_SO_PATH; }
 const char *param_file_path() { return CALMODULE_PARAM_FILE_PATH; }
-const char *source_dir() { return CALMODULE_SOURCE_DIR; }
 const char *data_dir() { return CALMODULE_DATA_DIR; }
 
 void remove_param_file() { std::remove(param_file_path()); }

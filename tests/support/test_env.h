@@ -8,7 +8,6 @@ namespace testsupport {
 
 const char *module_path();      // the built libcalmodule_quarvel.so
 const char *param_file_path();  // the parameter file this build reads and writes
-const char *source_dir();
 const char *data_dir();         // the shared recordings; may be absent
 
 // Parameter file helpers: remove it, write exact bytes, read it back whole.
