@@ -1,29 +1,23 @@
-// A fixed, deterministic session through the module, printed bit-exactly.
-//
-// The module is loaded as a HAL loads it. A synthetic phone lies still, turns about
-// two axes at a time, lies face down, sees magnetic disturbances, and finally receives
-// broken samples; its events go through the four algorithms, and the exported
-// estimators, tilt, matrix and AKFS_ functions are called directly with fixed
-// arguments. Every output is printed as an exact hexadecimal float, so the transcript
-// is the same file on every target exactly when the module's arithmetic is. The inputs
-// are made with float additions and multiplications only (no libm): the same bits
-// everywhere, whichever math library the module uses.
-//
+// A fixed, deterministic session through the module as a HAL loads it, printed
+// bit-exactly: a synthetic phone lies still, turns, lies face down, sees magnetic
+// disturbances and receives broken samples through the four algorithms, and the
+// exported estimators, tilt, matrix and AKFS_ functions are called with fixed
+// arguments. Inputs are made with float additions and multiplications only (no libm),
+// so the transcript is the same file on every target exactly when the module's
+// arithmetic is.
 //   identity_session LIBRARY [--out FILE]       write the transcript (default: stdout)
 //   identity_session LIBRARY --compare FIXTURE  exit 1 unless the transcript is byte-identical
 //   identity_session LIBRARY --report FIXTURE   print how far the transcript is from it; exit 0
 #include <dlfcn.h>
 
+#include <cmath>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <limits>
 #include <sstream>
 #include <string>
-#include <utility>
 
 #include "calmodule/aoc.h"
 #include "calmodule/fusion.h"
@@ -37,13 +31,14 @@
 
 namespace {
 
-using testsupport::LoadedModule;
 using testsupport::make_event;
 
 std::string g_out;
+const testsupport::LoadedModule *g_module = nullptr;
 
 // One transcript line: a label (at most 159 characters), " =", then each value as an
-// exact hexadecimal float or a word (at most 63 characters), as the fixture was written.
+// exact hexadecimal float, an integer or a word (at most 63 characters), as the
+// fixture was written.
 class Line {
 public:
     explicit Line(const char *fmt, ...) __attribute__((format(printf, 2, 3))) {
@@ -74,74 +69,6 @@ private:
     std::string text_;
 };
 
-// ---- the synthetic phone ------------------------------------------------------------
-
-// A 32-bit linear congruential generator: small symmetric noise, exactly reproducible.
-struct Noise {
-    uint32_t state = 0x2545F491u;
-    float next(float amplitude) {
-        state = state * 1664525u + 1013904223u;
-        const int32_t centred = static_cast<int32_t>(state >> 9) - (1 << 22);  // [-2^22, 2^22)
-        return static_cast<float>(centred) * 0x1p-22f * amplitude;
-    }
-};
-
-struct Mat3 {
-    float m[9];
-};
-constexpr Mat3 kIdentity = {{1, 0, 0, 0, 1, 0, 0, 0, 1}};
-
-Mat3 multiply(const Mat3 &a, const Mat3 &b) {
-    Mat3 r;
-    for (int i = 0; i < 9; ++i) {
-        const int row = i / 3 * 3, j = i % 3;
-        r.m[i] = a.m[row] * b.m[j] + a.m[row + 1] * b.m[3 + j] + a.m[row + 2] * b.m[6 + j];
-    }
-    return r;
-}
-
-// `r` turned by +-0.05 rad about one device axis (cos and sin rounded to float).
-Mat3 turned(const Mat3 &r, int axis, int direction) {
-    const float s = direction > 0 ? 0x1.996deap-5f : -0x1.996deap-5f, c = 0x1.ff5c32p-1f;
-    const Mat3 step[3] = {{{1, 0, 0, 0, c, -s, 0, s, c}}, {{c, 0, s, 0, 1, 0, -s, 0, c}}, {{c, -s, 0, s, c, 0, 0, 0, 1}}};
-    return multiply(r, step[axis]);
-}
-
-// World vector into the device frame: R maps device to world, so this is R^T w.
-void to_device(const Mat3 &r, const float w[3], float out[3]) {
-    for (int i = 0; i < 3; ++i) out[i] = r.m[i] * w[0] + r.m[3 + i] * w[1] + r.m[6 + i] * w[2];
-}
-
-constexpr float kGravity[3] = {0.0f, 0.0f, 9.80665f};  // what an accelerometer lying flat reads
-constexpr float kEarthField[3] = {0.0f, 22.0f, -40.0f};  // µT: north along +y, dipping down
-constexpr float kHardIron[3] = {14.0f, -9.0f, 23.0f};    // µT, fixed to the device
-// The driver scales raw samples by 1.5, 1.5 and 2.6 into µT; the session feeds raw values.
-constexpr float kRawPerMicrotesla[3] = {0x1.555556p-1f, 0x1.555556p-1f, 0x1.89d89ep-2f};
-
-// A phase turns the phone by 0.05 rad per sample about up to two device axes at once
-// (both axes turning keeps every field component moving, so the calibration finds
-// well-spread samples), or holds it still (axes -1).
-struct Phase {
-    int steps, axis_a, axis_b, direction;
-    const char *what;
-};
-
-constexpr Phase kPhases[] = {
-    {20, -1, -1, 0, "flat and still"},
-    {70, 0, 1, +1, "turning about x and y"},
-    {70, 1, 2, +1, "turning about y and z"},
-    {70, 2, 0, -1, "turning back about z and x"},
-    {20, -1, -1, 0, "face down"},
-    {60, 0, 2, +1, "turning about x and z from face down"},
-    {90, -1, -1, 0, "still, with magnetic disturbances"},
-    {70, 1, 0, -1, "turning back about y and x"},
-    {20, -1, -1, 0, "still again"},
-};
-
-// ---- the module's exported functions, found by name --------------------------------
-
-const LoadedModule *g_module = nullptr;
-
 // The exported function or object; a library without it cannot give the transcript.
 template <class T>
 T *need(const char *name) {
@@ -154,6 +81,65 @@ T *need(const char *name) {
 }
 // The exported name, typed by its declaration in the public headers.
 #define FIND(name) need<decltype(::name)>(#name)
+
+// ---- the synthetic phone ------------------------------------------------------------
+
+// A 32-bit linear congruential generator: small symmetric noise, exactly reproducible.
+struct Noise {
+    uint32_t state;
+    float next(float amplitude) {
+        state = state * 1664525u + 1013904223u;
+        const int32_t centred = static_cast<int32_t>(state >> 9) - (1 << 22);  // [-2^22, 2^22)
+        return static_cast<float>(centred) * 0x1p-22f * amplitude;
+    }
+};
+
+struct Mat3 {
+    float m[9];
+};
+
+// `r` turned by +-0.05 rad about one device axis (cos and sin rounded to float).
+Mat3 turned(const Mat3 &r, int axis, int direction) {
+    const float s = direction > 0 ? 0x1.996deap-5f : -0x1.996deap-5f, c = 0x1.ff5c32p-1f;
+    const Mat3 steps[3] = {{{1, 0, 0, 0, c, -s, 0, s, c}}, {{c, 0, s, 0, 1, 0, -s, 0, c}}, {{c, -s, 0, s, c, 0, 0, 0, 1}}};
+    const float *b = steps[axis].m;
+    Mat3 t;
+    for (int i = 0; i < 9; ++i) {
+        const int row = i / 3 * 3, j = i % 3;
+        t.m[i] = r.m[row] * b[j] + r.m[row + 1] * b[3 + j] + r.m[row + 2] * b[6 + j];
+    }
+    return t;
+}
+
+// World vector into the device frame: R maps device to world, so this is R^T w.
+void to_device(const Mat3 &r, const float w[3], float out[3]) {
+    for (int i = 0; i < 3; ++i) out[i] = r.m[i] * w[0] + r.m[3 + i] * w[1] + r.m[6 + i] * w[2];
+}
+
+constexpr Mat3 kFlat = {{1, 0, 0, 0, 1, 0, 0, 0, 1}};
+constexpr float kGravity[3] = {0.0f, 0.0f, 9.80665f};  // what an accelerometer lying flat reads
+constexpr float kEarthField[3] = {0.0f, 22.0f, -40.0f};  // µT: north along +y, dipping down
+constexpr float kHardIron[3] = {14.0f, -9.0f, 23.0f};    // µT, fixed to the device
+// The driver scales raw samples by 1.5, 1.5 and 2.6 into µT; the session feeds raw values.
+constexpr float kRawPerMicrotesla[3] = {0x1.555556p-1f, 0x1.555556p-1f, 0x1.89d89ep-2f};
+
+// A phase turns the phone by 0.05 rad per sample about up to two device axes at once
+// (both axes turning keeps every field component moving, so the calibration finds
+// well-spread samples), or holds it still (axes -1).
+constexpr struct {
+    int steps, axis_a, axis_b, direction;
+    const char *what;
+} kPhases[] = {
+    {20, -1, -1, 0, "flat and still"},
+    {70, 0, 1, +1, "turning about x and y"},
+    {70, 1, 2, +1, "turning about y and z"},
+    {70, 2, 0, -1, "turning back about z and x"},
+    {20, -1, -1, 0, "face down"},
+    {60, 0, 2, +1, "turning about x and z from face down"},
+    {90, -1, -1, 0, "still, with magnetic disturbances"},
+    {70, 1, 0, -1, "turning back about y and x"},
+    {20, -1, -1, 0, "still again"},
+};
 
 // One event through one algorithm into a poisoned output record, printed with the
 // first n values of what came out.
@@ -173,12 +159,12 @@ void run_events() {
     const int16_t *cali_flag = need<const int16_t>("cali_flag"), *cali_ret = need<const int16_t>("cali_ret");
     static const float kLux[] = {180.0f, 2.0f, 0.0f, 320.0f, 1.5f, 45.0f};
     static const float kCentimetres[] = {5.0f, 0.0f, 0.0f, 5.0f, 0.0f, 5.0f};
-
-    Noise noise;
-    Mat3 attitude = kIdentity;
     const int32_t period = 20;
+
+    Noise noise{0x2545F491u};
+    Mat3 attitude = kFlat;
     int step = 0;
-    for (const Phase &phase : kPhases) {
+    for (const auto &phase : kPhases) {
         Line("phase %04d", step).word(phase.what);
         if (std::strcmp(phase.what, "face down") == 0) attitude = {{1, 0, 0, 0, -1, 0, 0, 0, -1}};
         for (int k = 0; k < phase.steps; ++k, ++step) {
@@ -200,7 +186,6 @@ void run_events() {
                     raw[1] = raw[1] + 10.0f;
                 }
             }
-
             // The HAL's order: the accelerometer event, then the magnetometer event to
             // each algorithm bound to a magnetic type.
             convert("orientation(acc)", step, CALMODULE_TYPE_ORIENTATION,
@@ -211,15 +196,12 @@ void run_events() {
             convert("mag_cal", step, CALMODULE_TYPE_MAGNETIC_FIELD, mag_event, 3);
             convert("orientation(mag)", step, CALMODULE_TYPE_ORIENTATION, mag_event, 3);
             convert("mag_uncal", step, CALMODULE_TYPE_MAGNETIC_FIELD_UNCALIBRATED, mag_event, 6);
-
             if (step % 3 == 0) {
                 const int j = (step / 3) % 6;
-                if ((step / 3) % 2 == 0) {
-                    convert("pocket(light)", step, CALMODULE_TYPE_POCKET, make_event(CALMODULE_TYPE_LIGHT, kLux[j]), 1);
-                } else {
-                    convert("pocket(proximity)", step, CALMODULE_TYPE_POCKET,
-                            make_event(CALMODULE_TYPE_PROXIMITY, kCentimetres[j]), 1);
-                }
+                const bool light = j % 2 == 0;
+                convert(light ? "pocket(light)" : "pocket(proximity)", step, CALMODULE_TYPE_POCKET,
+                        light ? make_event(CALMODULE_TYPE_LIGHT, kLux[j])
+                              : make_event(CALMODULE_TYPE_PROXIMITY, kCentimetres[j]), 1);
             }
             for (int e = 0; e < 4; ++e) {
                 float v[3];
@@ -231,16 +213,14 @@ void run_events() {
     }
 
     // Broken input: the module must stay defined; what it answers is part of the record.
-    const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
-    const float bad[][3] = {{0.0f, 0.0f, 0.0f}, {1e30f, -1e30f, 1e30f}, {inf, 0.0f, 1.0f}, {nan, 2.0f, 3.0f}};
+    const float bad[][3] = {{0.0f, 0.0f, 0.0f}, {1e30f, -1e30f, 1e30f}, {INFINITY, 0.0f, 1.0f}, {NAN, 2.0f, 3.0f}};
     for (const auto &b : bad) {
         const sensors_event_t mag_event = make_event(CALMODULE_TYPE_MAGNETIC_FIELD, b[0], b[1], b[2]);
         convert("bad mag_cal", step, CALMODULE_TYPE_MAGNETIC_FIELD, mag_event, 3);
         convert("bad orientation(acc)", step, CALMODULE_TYPE_ORIENTATION,
                 make_event(CALMODULE_TYPE_ACCELEROMETER, b[0], b[1], b[2]), 3);
         convert("bad orientation(mag)", step, CALMODULE_TYPE_ORIENTATION, mag_event, 3);
-        convert("bad pocket", step, CALMODULE_TYPE_POCKET, make_event(CALMODULE_TYPE_LIGHT, b[0]), 1);
-        ++step;
+        convert("bad pocket", step++, CALMODULE_TYPE_POCKET, make_event(CALMODULE_TYPE_LIGHT, b[0]), 1);
     }
 }
 
@@ -266,32 +246,28 @@ void run_direct_calls() {
     for (const char *name : {"GetPitch", "GetRoll", "GetPitchAngle", "GetRollAngle"}) {
         each_unit(name, need<decltype(::GetPitch)>(name));
     }
-    auto *pitch = FIND(PitchAngle);
-    each_unit("PitchAngle", [pitch](const float *u, float *o) { pitch(u[0], u[1], o); });
-    auto *roll = FIND(RollAngle);
-    each_unit("RollAngle", [roll](const float *u, float *o) { roll(u[0], u[1], u[2], o); });
+    each_unit("PitchAngle", [](const float *u, float *o) { FIND(PitchAngle)(u[0], u[1], o); });
+    each_unit("RollAngle", [](const float *u, float *o) { FIND(RollAngle)(u[0], u[1], u[2], o); });
     // The filters inside see a repeated stream of fields.
     static const float kFields[][3] = {{0.0f, 22.0f, -40.0f}, {15.5f, -3.25f, -42.0f}, {-20.0f, 0.0f, -40.0f}};
     for (const char *name : {"GetOrientationAngles", "softgy_GetOrientationAngles"}) {
-        auto *angles = need<decltype(::GetOrientationAngles)>(name);
         for (int r = 0; r < 12; ++r) {
             float mag[3], out[3] = {0.0f, 0.0f, 0.0f};
             std::memcpy(mag, kFields[r % 3], sizeof mag);
-            angles(mag, kUnit[r % 6], out);
+            need<decltype(::GetOrientationAngles)>(name)(mag, kUnit[r % 6], out);
             Line("%s[%d]", name, r).fs(mag, 3).fs(out, 3);
         }
     }
-    auto *azimuth = FIND(GetAzimuth);
     for (int r = 0; r < 12; ++r) {
         const float acc[3] = {kUnit[r % 6][0] * 9.8f, kUnit[r % 6][1] * 9.8f, kUnit[r % 6][2] * 9.8f};
-        float mag[3], out = 0.0f;
+        float mag[3], azimuth = 0.0f;
         std::memcpy(mag, kFields[r % 3], sizeof mag);
-        azimuth(acc, mag, &out);
-        Line("GetAzimuth[%d]", r).fs(mag, 3).f(out);
+        FIND(GetAzimuth)(acc, mag, &azimuth);
+        Line("GetAzimuth[%d]", r).fs(mag, 3).f(azimuth);
     }
 
     // Matrix utilities.
-    struct Square {
+    struct {
         const char *name;
         int n;
         float a[16];
@@ -302,7 +278,7 @@ void run_direct_calls() {
         {"exchange", 2, {0, 1, 1, 0}},
         {"hilbert", 3, {1.0f, 0.5f, 0x1.555556p-2f, 0.5f, 0x1.555556p-2f, 0.25f, 0x1.555556p-2f, 0.25f, 0.2f}},
     };
-    for (Square &s : inverses) Line("matrix_inv(%s)", s.name).i(FIND(matrix_inv)(s.a, s.n)).fs(s.a, s.n * s.n);
+    for (auto &s : inverses) Line("matrix_inv(%s)", s.name).i(FIND(matrix_inv)(s.a, s.n)).fs(s.a, s.n * s.n);
     static const float kM[9] = {0.9f, -0.1f, 0.3f, 0.2f, 1.1f, -0.4f, -0.3f, 0.5f, 0.8f};
     static const float kA[3] = {1.5f, -2.25f, 0.1f}, kB[3] = {-0.3f, 0.7f, 2.0f};
     Line("det").f(FIND(det)(kM));
@@ -332,9 +308,8 @@ void run_direct_calls() {
     // AKFS_: offset estimation from points on a sphere about (30, -20, 45), radius 50.
     aoc_context context;
     FIND(AKFS_InitAOC)(&context);
-    Noise noise;
-    noise.state = 0x9E3779B9u;
-    Mat3 attitude = kIdentity;
+    Noise noise{0x9E3779B9u};
+    Mat3 attitude = kFlat;
     static const float kNorth[3] = {0.0f, 0.6f, -0.8f};
     for (int i = 0; i < 80; ++i) {
         attitude = turned(turned(turned(attitude, i % 3, +1), (i / 7) % 3, +1), (i / 3) % 3, +1);
@@ -356,10 +331,10 @@ void run_direct_calls() {
     static const akfs_vec kG[4] = {{0.0f, 0.0f, 9.8f}, {1.3f, -2.1f, 9.4f}, {-4.0f, 0.5f, 8.9f}, {0.2f, 6.0f, 7.7f}};
     // Each sample alone, then the four averaged (the accelerometer over three).
     for (int i = 0; i <= 4; ++i) {
-        float az = 0.0f, pitch_out = 0.0f, roll_out = 0.0f;
-        const int rc = i < 4 ? FIND(AKFS_Direction)(1, &kH[i], 1, 1, &kG[i], 1, &az, &pitch_out, &roll_out)
-                             : FIND(AKFS_Direction)(4, kH, 4, 4, kG, 3, &az, &pitch_out, &roll_out);
-        Line(i < 4 ? "AKFS_Direction[%d]" : "AKFS_Direction(averaged)", i).i(rc).f(az).f(pitch_out).f(roll_out);
+        float angles[3] = {0.0f, 0.0f, 0.0f};  // azimuth, pitch, roll
+        const int rc = i < 4 ? FIND(AKFS_Direction)(1, &kH[i], 1, 1, &kG[i], 1, &angles[0], &angles[1], &angles[2])
+                             : FIND(AKFS_Direction)(4, kH, 4, 4, kG, 3, &angles[0], &angles[1], &angles[2]);
+        Line(i < 4 ? "AKFS_Direction[%d]" : "AKFS_Direction(averaged)", i).i(rc).fs(angles, 3);
     }
     static const int16_t kMount[9] = {0, 1, 0, -1, 0, 0, 0, 0, 1};
     akfs_vec v = {1.25f, -2.5f, 3.75f};
@@ -374,9 +349,8 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "usage: %s LIBRARY [--out FILE | --compare FIXTURE | --report FIXTURE]\n", argv[0]);
         return 2;
     }
-    // The driver reads the saved offset on its first sample: start from none.
-    testsupport::remove_param_file();
-    static LoadedModule module(argv[1]);  // never unloaded, as a HAL keeps it
+    testsupport::remove_param_file();  // the driver reads the saved offset on its first sample: start from none
+    static testsupport::LoadedModule module(argv[1]);  // never unloaded, as a HAL keeps it
     if (!module.ok()) {
         std::fprintf(stderr, "identity session: cannot load %s: %s\n", argv[1], dlerror());
         return 2;
