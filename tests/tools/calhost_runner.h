@@ -47,11 +47,13 @@ protected:
         std::ofstream(file(name), std::ios::binary) << bytes;
         return file(name);
     }
-    // Runs `calhost ARGS` (plain words: paths without blanks) in a shell, its standard
-    // output to `stdout_to` when given; captured outputs live outside the scratch folder.
-    Result run(const std::string &args, const std::string &stdout_to = {}) const {
+    // Runs `calhost ARGS` (plain words: paths without blanks) in a shell, under `via`
+    // when given, its standard output to `stdout_to` when given; captured outputs live
+    // outside the scratch folder.
+    Result run(const std::string &args, const std::string &stdout_to = {}, const std::string &via = {}) const {
         const std::string out = dir_ + ".stdout", err = dir_ + ".stderr";
-        const std::string command = CALHOST_EXE " " + args + " >" + (stdout_to.empty() ? out : stdout_to) + " 2>" + err;
+        const std::string command =
+            via + " " CALHOST_EXE " " + args + " >" + (stdout_to.empty() ? out : stdout_to) + " 2>" + err;
         const int rc = std::system(command.c_str());
         Result r{rc != -1 && WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(out), slurp(err)};
         std::filesystem::remove(out);
