@@ -17,7 +17,9 @@ uint64_t ulps_between(Real a, Real b) {
     std::memcpy(&y, &b, sizeof y);
     // The bits as integers ordered like the values, -0 and +0 adjacent.
     const Bits sign = Bits{1} << (8 * sizeof(Bits) - 1);
-    auto ordered = [sign](Bits v) { return (v & sign) ? -static_cast<int64_t>(v & ~sign) - 1 : static_cast<int64_t>(v); };
+    auto ordered = [sign](Bits v) {
+        return (v & sign) ? -static_cast<int64_t>(v & ~sign) - 1 : static_cast<int64_t>(v);
+    };
     const int64_t p = ordered(x), q = ordered(y);
     const uint64_t up = static_cast<uint64_t>(p), uq = static_cast<uint64_t>(q);
     return p > q ? up - uq : uq - up;

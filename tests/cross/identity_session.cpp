@@ -101,7 +101,8 @@ struct Mat3 {
 // `r` turned by +-0.05 rad about one device axis (cos and sin rounded to float).
 Mat3 turned(const Mat3 &r, int axis, int direction) {
     const float s = direction > 0 ? 0x1.996deap-5f : -0x1.996deap-5f, c = 0x1.ff5c32p-1f;
-    const Mat3 steps[3] = {{{1, 0, 0, 0, c, -s, 0, s, c}}, {{c, 0, s, 0, 1, 0, -s, 0, c}}, {{c, -s, 0, s, c, 0, 0, 0, 1}}};
+    const Mat3 steps[3] = {
+        {{1, 0, 0, 0, c, -s, 0, s, c}}, {{c, 0, s, 0, 1, 0, -s, 0, c}}, {{c, -s, 0, s, c, 0, 0, 0, 1}}};
     const float *b = steps[axis].m;
     Mat3 t;
     for (int i = 0; i < 9; ++i) {

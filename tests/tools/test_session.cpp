@@ -30,8 +30,9 @@ std::vector<SessionRow> read_all(const std::string &bytes) {
 // came, and values beyond the float range infinite as the float a HAL holds, never wrapped.
 TEST(SessionReader, ReadsWhatPhonesAndPeopleWrite) {
     std::string rows;
-    for (const auto &r : read_all("\xEF\xBB\xBF# a phone\n\ntype, v2,time_ns,v0,v1\r\n1,9.78464,151880509,-0.432434,0.84758\r\n"
-                                  "# a comment between rows\n 2 ,nan,156915910,inf,-inf\n2,1e-50,156915910,1e39,-1e400\n"
+    for (const auto &r : read_all("\xEF\xBB\xBF# a phone\n\ntype, v2,time_ns,v0,v1\r\n"
+                                  "1,9.78464,151880509,-0.432434,0.84758\r\n# a comment between rows\n"
+                                  " 2 ,nan,156915910,inf,-inf\n2,1e-50,156915910,1e39,-1e400\n"
                                   "5,-0,156915911,3.4e38,+7\n")) {
         char row[128];
         std::snprintf(row, sizeof row, "%lld %d %d: %g %g %g\n", static_cast<long long>(r.time_ns), r.type, r.count,
