@@ -1,8 +1,8 @@
 // The AKFS_ family with arbitrary vectors and counts, within the arrays it is handed.
 //
 // Promises checked: every function answers 1 or 0; a rejected remap leaves the vector
-// as it was; a new auto offset from samples within a million (any
-// unit the caller uses) is finite.
+// as it was; a new auto offset from samples within a million (in any unit the caller
+// uses) is finite.
 #include <cstring>
 
 #include "calmodule/aoc.h"

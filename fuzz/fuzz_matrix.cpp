@@ -55,8 +55,7 @@ void cofactors(fuzz::Input &input) {
     const double determinant = Determinant(rows, order);
     if (order < 1) FUZZ_CHECK(determinant == 0.0);
     if (order >= 1) {
-        const int32_t i = input.byte() % order;
-        const int32_t j = input.byte() % order;
+        const int32_t i = input.byte() % order, j = input.byte() % order;
         AlCo(rows, order, i, j);
         if (order >= 2) Cofactor(rows, order, i, j);
         double *result[5] = {};

@@ -130,6 +130,17 @@ TEST_F(CalhostTest, OutputsGoThroughLinksFifosAndStandardStreams) {
     EXPECT_EQ(slurp(file("got")), slurp(file("real.csv")));
 }
 
+// Timestamps at both ends of int64 (their span overflows int64), and an orientation the
+// module delivers before any accelerometer reading without writing it: zeros, not
+// what another event left.
+TEST_F(CalhostTest, ExtremeTimestampsAndAnUnwrittenOutputEvent) {
+    const std::string s =
+        write("x.csv", "time_ns,type,v0,v1,v2\n-9223372036854775808,2,20,-30,12\n9223372036854775807,1,0,0,9\n");
+    const auto r = run("replay " + s + " -o " + file("out.csv"));
+    EXPECT_TRUE(has(r.out, "(18446744073.71 s, 2 events)")) << r.err;
+    EXPECT_TRUE(has(slurp(file("out.csv")), "\n-9223372036854775808,orientation,0,0,0,0,"));
+}
+
 // The demo's simulated session reaches level 3 within 5 µT of its truth; the level
 // drops during the disturbance, with the restart that made it; two replays give the
 // same outputs to the bit, each keeping the offset in a parameter file of its own.
