@@ -1,20 +1,19 @@
 // A freshly loaded module for every input.
 //
-// The module keeps all its state in static storage from load to unload, so what
-// "freshly loaded" means is exactly: its .data and .bss as the loader left them.
-// Loading and unloading the library per input would say the same, but does not mix
-// with libFuzzer: an instrumented library takes its coverage counters and sanitizer
-// metadata along when it is unloaded, and the next load hands out new ones. So the
-// library is linked normally, the two sections are copied once before the first
-// input (nothing of the module has run yet) and copied back before every input. The
-// coverage counters live in sections of their own and are left to libFuzzer.
+// The module keeps all its state in static storage from load to unload, so "freshly
+// loaded" means exactly: its .data and .bss as the loader left them. Unloading and
+// loading the library per input does not mix with libFuzzer (an instrumented library
+// takes its coverage counters and sanitizer metadata along, and the next load hands
+// out new ones). So the library is linked normally, the two sections are copied once
+// before the first input (nothing of the module has run yet) and copied back before
+// every input. The coverage counters live in sections of their own.
 #include <elf.h>
 #include <fcntl.h>
 #include <link.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fuzz_support.h"
@@ -27,25 +26,6 @@ struct Section {
     std::vector<unsigned char> saved;
 };
 
-struct Found {
-    ElfW(Addr) base = 0;
-    std::string path;
-};
-
-int find_module(struct dl_phdr_info *info, size_t, void *data) {
-    if (info->dlpi_name && std::strstr(info->dlpi_name, "libcalmodule_quarvel")) {
-        auto *found = static_cast<Found *>(data);
-        found->base = info->dlpi_addr;
-        found->path = info->dlpi_name;
-        return 1;
-    }
-    return 0;
-}
-
-bool read_at(int fd, off_t offset, void *buf, size_t size) {
-    return pread(fd, buf, size, offset) == static_cast<ssize_t>(size);
-}
-
 // Byte by byte and uninstrumented: the sections hold the redzones the address
 // sanitizer put around the module's globals, which instrumented code may not touch.
 __attribute__((no_sanitize("address"))) void copy(const unsigned char *from, unsigned char *to, size_t n) {
@@ -56,25 +36,32 @@ __attribute__((no_sanitize("address"))) void copy(const unsigned char *from, uns
 
 // .data and .bss of the loaded module, located through the file's section headers.
 std::vector<Section> module_state() {
-    Found found;
-    dl_iterate_phdr(find_module, &found);
-    FUZZ_CHECK(!found.path.empty());
-    const int fd = open(found.path.c_str(), O_RDONLY);
+    std::pair<ElfW(Addr), std::string> found;  // load address and file
+    dl_iterate_phdr(
+        [](struct dl_phdr_info *info, size_t, void *out) {
+            if (!info->dlpi_name || !std::strstr(info->dlpi_name, "libcalmodule_quarvel")) return 0;
+            *static_cast<std::pair<ElfW(Addr), std::string> *>(out) = {info->dlpi_addr, info->dlpi_name};
+            return 1;
+        },
+        &found);
+    const int fd = open(found.second.c_str(), O_RDONLY);
     FUZZ_CHECK(fd >= 0);
+    auto read_at = [fd](off_t offset, void *buf, size_t size) {
+        FUZZ_CHECK(pread(fd, buf, size, offset) == static_cast<ssize_t>(size));
+    };
     ElfW(Ehdr) eh;
-    FUZZ_CHECK(read_at(fd, 0, &eh, sizeof eh));
+    read_at(0, &eh, sizeof eh);
     std::vector<ElfW(Shdr)> sh(eh.e_shnum);
-    FUZZ_CHECK(read_at(fd, static_cast<off_t>(eh.e_shoff), sh.data(), sh.size() * sizeof(ElfW(Shdr))));
-    const ElfW(Shdr) &names_hdr = sh[eh.e_shstrndx];
-    std::vector<char> names(names_hdr.sh_size + 1, '\0');
-    FUZZ_CHECK(read_at(fd, static_cast<off_t>(names_hdr.sh_offset), names.data(), names_hdr.sh_size));
+    read_at(static_cast<off_t>(eh.e_shoff), sh.data(), sh.size() * sizeof(ElfW(Shdr)));
+    std::vector<char> names(sh[eh.e_shstrndx].sh_size + 1, '\0');
+    read_at(static_cast<off_t>(sh[eh.e_shstrndx].sh_offset), names.data(), names.size() - 1);
     close(fd);
 
     std::vector<Section> state;
     for (const ElfW(Shdr) &s : sh) {
         const char *name = names.data() + s.sh_name;
         if (std::strcmp(name, ".data") != 0 && std::strcmp(name, ".bss") != 0) continue;
-        auto *at = reinterpret_cast<unsigned char *>(found.base + s.sh_addr);
+        auto *at = reinterpret_cast<unsigned char *>(found.first + s.sh_addr);
         state.push_back({at, std::vector<unsigned char>(s.sh_size)});
         copy(at, state.back().saved.data(), s.sh_size);
     }

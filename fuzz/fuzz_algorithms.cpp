@@ -14,32 +14,12 @@ namespace {
 
 constexpr int kTypes[] = {1, 2, 3, 5, 8, 14, 65537, 0, -1};
 // data[] starts at byte 24; the status byte is the first byte of data[3].
-constexpr size_t kPayload = 24;
-constexpr size_t kAfterStatus = 37;
+constexpr size_t kPayload = 24, kAfterStatus = 37;
 
-bool same(const void *a, const void *b, size_t from, size_t to) {
-    return std::memcmp(static_cast<const char *>(a) + from, static_cast<const char *>(b) + from, to - from) == 0;
-}
-
-void check_convert(const cal_algo &algo, const sensors_event_t &in, const sensors_event_t &before,
-                   const sensors_event_t &out, int rc) {
-    FUZZ_CHECK(std::memcmp(&in, &before, sizeof in) == 0);  // the host's record is read only
-    const bool magnetic = in.type == 2;
-    switch (algo.type) {
-    case 2:  // calibration: calibrated field and level into data[0..2] and the status byte
-        FUZZ_CHECK(rc == (magnetic ? 0 : -11));
-        break;
-    case 14:  // uncalibrated: field and bias into data[0..5]
-        FUZZ_CHECK(rc == (magnetic ? 0 : -1));
-        break;
-    case 3:  // orientation: angles and status, on any type
-        FUZZ_CHECK(rc == (magnetic ? 0 : -11));
-        break;
-    default:  // pocket: a whole copy of the input with the state in data[0]
-        FUZZ_CHECK(rc == 0 || rc == -1);
-        if (rc == 0) FUZZ_CHECK(out.data[0] == 0.0f || out.data[0] == 1.0f);
-        break;
-    }
+// Whether bytes [from, to) of two records agree.
+bool same(const sensors_event_t &a, const sensors_event_t &b, size_t from, size_t to = sizeof(sensors_event_t)) {
+    return std::memcmp(reinterpret_cast<const char *>(&a) + from, reinterpret_cast<const char *>(&b) + from,
+                       to - from) == 0;
 }
 
 }  // namespace
@@ -70,21 +50,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         const sensors_event_t host = out;
 
         const int rc = algo.methods->convert(&in, &out);
-        check_convert(algo, in, before, out, rc);
-
-        if (algo.type == 65537) continue;
-        if (rc < 0 && algo.type != 3) {
-            FUZZ_CHECK(std::memcmp(&out, &host, sizeof out) == 0);  // refused: nothing written
+        FUZZ_CHECK(same(in, before, 0));  // the host's record is read only
+        if (algo.type == 65537) {  // pocket: a whole copy of the input with the state in data[0]
+            FUZZ_CHECK(rc == -1 || (rc == 0 && (out.data[0] == 0.0f || out.data[0] == 1.0f)));
             continue;
         }
-        // Header and everything after the algorithm's own fields keep the host's values.
-        FUZZ_CHECK(same(&out, &host, 0, kPayload));
+        // Calibration (type 2) and orientation (3) refuse other events with -11, the
+        // uncalibrated field (14) with -1; orientation writes its angles even then.
+        FUZZ_CHECK(rc == (in.type == 2 ? 0 : algo.type == 14 ? -1 : -11));
+        if (rc < 0 && algo.type != 3) {
+            FUZZ_CHECK(same(out, host, 0));  // refused: nothing written
+            continue;
+        }
+        // Header and everything after the algorithm's own fields keep the host's values:
+        // field and bias in data[0..5], or a field or angles always finite and the status.
+        FUZZ_CHECK(same(out, host, 0, kPayload));
         if (algo.type == 14) {
-            FUZZ_CHECK(same(&out, &host, kPayload + 6 * sizeof(float), sizeof out));
+            FUZZ_CHECK(same(out, host, kPayload + 6 * sizeof(float)));
         } else {
-            FUZZ_CHECK(same(&out, &host, kAfterStatus, sizeof out));
-            // The calibrated field and the angles are finite whatever came in.
-            FUZZ_CHECK(fuzz::finite3(out.data));
+            FUZZ_CHECK(same(out, host, kAfterStatus) && fuzz::finite3(out.data));
         }
     }
     info->methods->deinit();

@@ -11,6 +11,8 @@
 #include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static void (*const estimators[])(const float *, const int32_t *, float *) = {get_rv_value, get_gravity_value,
+                                                                                 get_la_value, get_soft_gyro_value};
     fuzz::fresh_module();
     fuzz::Input input(data, size);
     while (input.more()) {
@@ -19,29 +21,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         // Mostly periods the estimators accept (1 to 1000 ms), sometimes anything.
         const int32_t period = (op & 0x80) ? input.i32() : 1 + input.byte() % 40;
         float out[3] = {0.0f, 0.0f, 0.0f};
-        switch (op % 5) {
-        case 0:
+        const int which = op % 5;
+        if (which == 0) {
             qv730_run_library(v[0], v[1], v[2]);
             get_magnetic_values(out);
-            FUZZ_CHECK(fuzz::finite3(out));
-            break;
-        case 1:
-            get_rv_value(v, &period, out);
-            FUZZ_CHECK(fuzz::finite3(out));
-            break;
-        case 2:
-            get_gravity_value(v, &period, out);
-            FUZZ_CHECK(fuzz::finite3(out));
-            break;
-        case 3:
-            get_la_value(v, &period, out);
-            if (fuzz::finite3(v)) FUZZ_CHECK(fuzz::finite3(out));
-            break;
-        default:
-            get_soft_gyro_value(v, &period, out);
-            if (fuzz::finite3(v)) FUZZ_CHECK(fuzz::finite3(out));
-            break;
+        } else {
+            estimators[which - 1](v, &period, out);
         }
+        if (which <= 2 || fuzz::finite3(v)) FUZZ_CHECK(fuzz::finite3(out));
         FUZZ_CHECK(fuzz::finite3(update_Q) && std::isfinite(update_Q[3]) && fuzz::finite3(m_rvector));
     }
     return 0;

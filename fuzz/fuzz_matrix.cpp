@@ -17,8 +17,7 @@ namespace {
 constexpr int kMax = 6;
 
 void single_precision(fuzz::Input &input) {
-    const int rows = 1 + input.byte() % kMax;
-    const int cols = 1 + input.byte() % kMax;
+    const int rows = 1 + input.byte() % kMax, cols = 1 + input.byte() % kMax;
     float a[kMax * kMax], b[kMax * kMax], c[kMax * kMax], d[kMax * kMax];
     for (int i = 0; i < kMax * kMax; ++i) {
         a[i] = input.f32();
@@ -35,15 +34,13 @@ void single_precision(fuzz::Input &input) {
     matrix_sub(c, b, rows, cols, c);
     matrix_scale(c, rows, cols, input.f32());
     matrix_multiply(a, b, rows, cols, rows, d);
-    const int square = rows;
-    const int inverted = matrix_inv(b, square);
+    const int inverted = matrix_inv(b, rows);
     FUZZ_CHECK(inverted == 0 || inverted == 1);
     det(a);
     dot(a, b);
     cross(a, b, a);
-    float q[4];
+    float q[4], dcm[9];
     init_dcm(b, q);
-    float dcm[9];
     Quat2DCM(q, dcm);
     QuaternionProduct(q, a, q);
 }
@@ -58,8 +55,7 @@ void cofactors(fuzz::Input &input) {
     const double determinant = Determinant(rows, order);
     if (order < 1) FUZZ_CHECK(determinant == 0.0);
     if (order >= 1) {
-        const int32_t i = input.byte() % order;
-        const int32_t j = input.byte() % order;
+        const int32_t i = input.byte() % order, j = input.byte() % order;
         AlCo(rows, order, i, j);
         if (order >= 2) Cofactor(rows, order, i, j);
         double *result[5] = {};

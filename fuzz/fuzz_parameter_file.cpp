@@ -4,17 +4,12 @@
 // Promises checked: the reader answers 8 or one of its refusals (-18 to -22); a file
 // outside 21 to 42 bytes is refused as such (-20); after the first magnetometer sample
 // the offset in use and the delivered field are finite, whatever the file held.
-#include <cstdio>
-
 #include "calmodule/magcal.h"
 #include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::fresh_module();
-    std::FILE *file = std::fopen(CALMODULE_PARAM_FILE_PATH, "wb");
-    FUZZ_CHECK(file != nullptr);
-    FUZZ_CHECK(std::fwrite(data, 1, size, file) == size);
-    std::fclose(file);
+    fuzz::write_file(CALMODULE_PARAM_FILE_PATH, data, size);
 
     float values[3] = {0.0f, 0.0f, 0.0f};
     const int32_t rc = ReadParameterFromFile(values);
@@ -22,8 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size < 21 || size > 42) FUZZ_CHECK(rc == -20);
 
     qv730_run_library(20.0f, -10.0f, 15.0f);  // the first sample reads the file
-    float offset[3];
-    float field[3];
+    float offset[3], field[3];
     get_magnetic_offset(offset);
     get_magnetic_values(field);
     FUZZ_CHECK(fuzz::finite3(offset) && fuzz::finite3(field));

@@ -5,7 +5,6 @@
 // value columns (3 to 16), and time never goes backwards.
 #include <unistd.h>
 
-#include <cstdio>
 #include <string>
 
 #include "fuzz_support.h"
@@ -13,23 +12,16 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const std::string path = "/tmp/calmodule-fuzz-session-" + std::to_string(getpid()) + ".csv";
-    std::FILE *file = std::fopen(path.c_str(), "wb");
-    FUZZ_CHECK(file != nullptr);
-    FUZZ_CHECK(std::fwrite(data, 1, size, file) == size);
-    std::fclose(file);
+    fuzz::write_file(path.c_str(), data, size);
 
     try {
         calhost::SessionReader reader(path);
         const int columns = reader.value_columns();
         FUZZ_CHECK(columns >= 3 && columns <= calhost::kMaxValueColumns);
-        calhost::SessionRow row;
-        bool first = true;
-        int64_t previous = 0;
-        while (reader.next(row)) {
+        int64_t previous = INT64_MIN;
+        for (calhost::SessionRow row; reader.next(row); previous = row.time_ns) {
             FUZZ_CHECK(row.count == columns);
-            FUZZ_CHECK(first || row.time_ns >= previous);
-            previous = row.time_ns;
-            first = false;
+            FUZZ_CHECK(row.time_ns >= previous);
         }
     } catch (const calhost::SessionError &e) {
         const std::string what = e.what();

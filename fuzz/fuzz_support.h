@@ -12,6 +12,15 @@
 
 namespace fuzz {
 
+// A broken promise of the module: print it and abort, so that libFuzzer keeps the input.
+#define FUZZ_CHECK(cond)                                                                    \
+    do {                                                                                    \
+        if (!(cond)) {                                                                      \
+            std::fprintf(stderr, "%s:%d: promise broken: %s\n", __FILE__, __LINE__, #cond); \
+            std::abort();                                                                   \
+        }                                                                                   \
+    } while (0)
+
 // Consumes the input front to back; past the end every value reads as zero.
 class Input {
 public:
@@ -39,16 +48,15 @@ private:
     size_t n_;
 };
 
-// A broken promise of the module: print it and abort, so that libFuzzer keeps the input.
-#define FUZZ_CHECK(cond)                                                                    \
-    do {                                                                                    \
-        if (!(cond)) {                                                                      \
-            std::fprintf(stderr, "%s:%d: promise broken: %s\n", __FILE__, __LINE__, #cond); \
-            std::abort();                                                                   \
-        }                                                                                   \
-    } while (0)
-
 inline bool finite3(const float *v) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
+
+// The fuzzer's bytes as the whole content of the file at `path`.
+inline void write_file(const char *path, const uint8_t *data, size_t size) {
+    std::FILE *file = std::fopen(path, "wb");
+    FUZZ_CHECK(file != nullptr);
+    FUZZ_CHECK(std::fwrite(data, 1, size, file) == size);
+    std::fclose(file);
+}
 
 // Puts the module back into its state right after load, with no parameter file on
 // disk, before each input. Targets that link the module call this first.

@@ -1,6 +1,6 @@
 // Compares a session transcript with the committed fixture, line by line.
 //
-// A transcript line is "<label> = <token> <token> ...", every label unique. A token is
+// A transcript line is "<label> = <token> <token> ...". A token is
 // "f:<%a>" (a float), "d:<%a>" (a double), "i:<decimal>" or a bare word; NaNs are
 // written "f:nan"/"d:nan" whatever their sign and payload (x86 and ARM make default
 // NaNs of different sign, which says nothing about the module's arithmetic).
@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace identity {
 
@@ -18,31 +17,9 @@ namespace identity {
 uint64_t ulps_between_floats(float a, float b);
 uint64_t ulps_between_doubles(double a, double b);
 
-struct LineDiff {
-    std::string label;
-    std::string expected;  // empty when the fixture has no such line
-    std::string actual;    // empty when the session no longer prints it
-    uint64_t max_ulps = 0; // over the numeric tokens that differ; UINT64_MAX for NaN/non-numeric
-    int values_differing = 0;
-};
-
-struct Comparison {
-    int lines = 0;           // lines of the transcript
-    int identical = 0;
-    int differing = 0;       // same label, other values
-    int extra = 0;           // labels the fixture does not have
-    int missing = 0;         // fixture labels the transcript does not have
-    int values_differing = 0;
-    bool byte_identical = false;
-    std::vector<LineDiff> diffs;  // in transcript order, then the missing lines
-    // Histogram of the differing values by distance: 1, 2, 3-15, 16 and more, NaN/other.
-    int by_ulps[5] = {0, 0, 0, 0, 0};
-};
-
-Comparison compare(const std::string &expected, const std::string &actual);
-
-// A readable summary; `max_lines` differing lines are shown in full.
-std::string summarize(const Comparison &c, int max_lines);
+// How far `actual` lies from `expected`, line by line: a summary, then up to
+// `max_lines` differing lines in full, each with its distance in ulps.
+std::string compare(const std::string &expected, const std::string &actual, int max_lines);
 
 }  // namespace identity
 

@@ -4,10 +4,8 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
-#include <iterator>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -17,17 +15,9 @@
 
 namespace calhost_test {
 
-struct Result {
-    int status = -1;  // exit status; -1 when killed by a signal
-    std::string out;
-    std::string err;
-    nlohmann::json json() const { return nlohmann::json::parse(out); }
-};
-
 inline std::string slurp(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream s;
-    s << in.rdbuf();
+    s << std::ifstream(path, std::ios::binary).rdbuf();
     return s.str();
 }
 
@@ -36,6 +26,12 @@ inline ::testing::AssertionResult has(const std::string &text, const std::string
     if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << "`" << part << "` is not in:\n" << text;
 }
+
+struct Result {
+    int status;  // -1 when killed by a signal
+    std::string out, err;
+    nlohmann::json json() const { return nlohmann::json::parse(out); }
+};
 
 class CalhostTest : public ::testing::Test {
 protected:
@@ -51,24 +47,18 @@ protected:
         std::ofstream(file(name), std::ios::binary) << bytes;
         return file(name);
     }
-    // Runs `calhost ARGS` (arguments are plain words: paths without blanks), its
-    // standard output to `stdout_to` when given.
-    Result run(const std::string &args, const std::string &stdout_to = {}) const {
-        const std::string out = file(".stdout"), err = file(".stderr");
-        const std::string cmd =
-            std::string(CALHOST_EXE) + " " + args + " >" + (stdout_to.empty() ? out : stdout_to) + " 2>" + err;
-        const int rc = std::system(cmd.c_str());
-        Result r;
-        r.status = (rc != -1 && WIFEXITED(rc)) ? WEXITSTATUS(rc) : -1;
-        r.out = slurp(out);
-        r.err = slurp(err);
+    // Runs `calhost ARGS` (plain words: paths without blanks) in a shell, under `via`
+    // when given, its standard output to `stdout_to` when given; captured outputs live
+    // outside the scratch folder.
+    Result run(const std::string &args, const std::string &stdout_to = {}, const std::string &via = {}) const {
+        const std::string out = dir_ + ".stdout", err = dir_ + ".stderr";
+        const std::string command =
+            via + " " CALHOST_EXE " " + args + " >" + (stdout_to.empty() ? out : stdout_to) + " 2>" + err;
+        const int rc = std::system(command.c_str());
+        Result r{rc != -1 && WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(out), slurp(err)};
         std::filesystem::remove(out);
         std::filesystem::remove(err);
         return r;
-    }
-    // How many files the scratch folder holds.
-    std::ptrdiff_t entries() const {
-        return std::distance(std::filesystem::directory_iterator(dir_), std::filesystem::directory_iterator());
     }
 
     std::string dir_;
