@@ -1,5 +1,6 @@
-// Cost per event of each algorithm's path, on the real phone recording, with the
-// module loaded through dlopen as a HAL loads it; and the throughput of a replay.
+// Time per event of the paths the instruction check counts, on the real phone
+// recording, with the module loaded through dlopen as a HAL loads it; and the
+// throughput of a whole replay.
 //
 //   cmake --preset release && cmake --build --preset release --target calmodule_bench
 //   build/release/bench/calmodule_bench
@@ -35,7 +36,6 @@ struct Fixture {
     // parameter file of the build's tests.
     calhost::ParamFileSandbox sandbox;  // declared first: it outlives the module
     std::unique_ptr<Module> module;
-    std::vector<SessionRow> rows;
     std::vector<sensors_event_t> all, mag, acc;  // in recorded order
     std::string error;
 
@@ -45,7 +45,6 @@ struct Fixture {
             calhost::SessionReader reader(kRecording);
             SessionRow row;
             while (reader.next(row)) {
-                rows.push_back(row);
                 sensors_event_t e;
                 std::memset(&e, 0, sizeof e);
                 e.type = row.type;
@@ -99,30 +98,6 @@ void BM_MagneticCalibration(benchmark::State &state) { run_convert(state, 2, fix
 // acceleration it would find the device still and hold its output, which costs nothing.
 void BM_Orientation(benchmark::State &state) { run_convert(state, 3, fixture().all); }
 
-void BM_UncalibratedMagnetometer(benchmark::State &state) {
-    if (!ready(state)) return;
-    std::vector<sensors_event_t> events = fixture().mag;
-    for (auto &e : events) {
-        for (int i = 0; i < 3; ++i) e.data[4 + i] = e.data[i] * calhost::kMagScale[i];
-    }
-    run_convert(state, 14, events);
-}
-
-void BM_PocketDetection(benchmark::State &state) {
-    if (!ready(state)) return;
-    // The recording has no light or proximity events: alternate light and proximity
-    // readings that flip the state now and then.
-    std::vector<sensors_event_t> events;
-    for (int i = 0; i < 64; ++i) {
-        sensors_event_t e;
-        std::memset(&e, 0, sizeof e);
-        e.type = (i % 2) ? 8 : 5;
-        e.data[0] = (i % 2) ? static_cast<float>((i / 8) % 2) * 5.0f : 300.0f;
-        events.push_back(e);
-    }
-    run_convert(state, 0x10001, events);
-}
-
 // An exported per-accelerometer-sample function, on the recording's accelerometer
 // events in order, with a period of 5 ms (the recording's 200 Hz).
 void run_vector_fn(benchmark::State &state, calhost::VectorFn fn, const char *name) {
@@ -153,17 +128,6 @@ void BM_SoftGyroscope(benchmark::State &state) {
     run_vector_fn(state, fixture().module ? fixture().module->soft_gyro_fn() : nullptr, "get_soft_gyro_value");
 }
 
-// Every event of the recording routed as calhost replay routes it (no parsing, no output file).
-void BM_ReplayRouting(benchmark::State &state) {
-    if (!ready(state)) return;
-    const auto &rows = fixture().rows;
-    for (auto _ : state) {
-        calhost::Replayer replayer(*fixture().module, nullptr);
-        for (const SessionRow &row : rows) replayer.feed(row);
-    }
-    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(rows.size()));
-}
-
 // calhost replay end to end: read the file, load the module, route every event, sum up.
 void BM_ReplaySessionFile(benchmark::State &state) {
     if (!ready(state)) return;
@@ -180,12 +144,9 @@ void BM_ReplaySessionFile(benchmark::State &state) {
 }
 
 BENCHMARK(BM_MagneticCalibration);
-BENCHMARK(BM_UncalibratedMagnetometer);
 BENCHMARK(BM_Orientation);
-BENCHMARK(BM_PocketDetection);
 BENCHMARK(BM_RotationVectorGravityStep);
 BENCHMARK(BM_SoftGyroscope);
-BENCHMARK(BM_ReplayRouting)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ReplaySessionFile)->Unit(benchmark::kMillisecond);
 
 }  // namespace
