@@ -355,4 +355,10 @@ TEST(Driver, ScalesRawCountsAndStartsFromWhatAFailedReadParsed) {
     expect3(o, {0, 0, 0});  // ...but not reported as a stored offset
 }
 
+TEST(Driver, ADamagedStoredOffsetIsIgnoredWhole) {
+    testsupport::write_param_file("5.000000:6.000000:inf:");
+    EXPECT_EQ(qv730_run_library(2.0f, -2.0f, 1.0f), 5);
+    expect3(LatestOffset, {0, 0, 0});
+}
+
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/log_capture.h"
@@ -55,9 +56,10 @@ TEST(MagnetometerRecords, WriteOnlyTheirFieldsRefuseOtherEventsAndLogConfigChang
     EXPECT_EQ(m.convert(kMag, acc, &out), -11);
     EXPECT_EQ(m.convert(kMagUncal, acc, &out), -1);
     EXPECT_EQ(std::memcmp(&out, &poison, sizeof out), 0);
-    for (int type : {kMag, kMagUncal}) {
-        EXPECT_LT(m.algo(type)->methods->convert(nullptr, &out), 0);
-        EXPECT_LT(m.algo(type)->methods->convert(&acc, nullptr), 0);
+    // Null records are refused with each method's own refusal, the pocket's included.
+    for (auto [type, refusal] : {std::pair{kMag, -11}, {kMagUncal, -1}, {CALMODULE_TYPE_POCKET, -1}}) {
+        EXPECT_EQ(m.algo(type)->methods->convert(nullptr, &out), refusal) << type;
+        EXPECT_EQ(m.algo(type)->methods->convert(&acc, nullptr), refusal) << type;
     }
     // A (0, 0, 0) sample delivers (0, 0, 0) at level 0, and nothing else.
     EXPECT_EQ(m.convert(kMag, make_event(kMag, 0, 0, 0), &out), 0);
