@@ -121,7 +121,7 @@ TEST(HeadingCorrection, NearNorthShiftsAndAveragingWithTheReference) {
     const float cases[][3] = {
         {43, 35, 39},   {25, 355, 190},  {339, 1, 170},  {340, 100, 340}, {15, 355, 15}, {15, 10, 12.5f},
         {20, 5, 20},    {8, 10, 3},      {5, 10, 5},     {345, 344, 347}, {349, 355, 354}, {360, 350, 360},
-        {15, 20, 17.5f}};
+        {15, 20, 17.5f}, {20, 10, 15}};
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c[0] << " with " << c[1]);
         EXPECT_EQ(quarvel::blend_with_reference(c[0], c[1]), c[2]);
