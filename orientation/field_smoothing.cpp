@@ -30,6 +30,7 @@ TrimmedMeanVector<8, 3> three_channels;
 // CalibrationThree's rings are CalibrationXYZ's, remapped at load-time value.
 bool three_follows_xyz = true;
 
+// MagTrsfMatrix as the module loads it (orientation.cpp): (x, y, z) -> (y, z, -x).
 constexpr int32_t kLoadTimeRemap[9] = {0, 1, 0, 0, 0, 1, -1, 0, 0};
 
 bool remap_unchanged(const int32_t *m) { return std::memcmp(m, kLoadTimeRemap, sizeof kLoadTimeRemap) == 0; }
