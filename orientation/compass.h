@@ -9,23 +9,12 @@
 #include <limits>
 
 #include "numeric/narrow_to_float.h"
+#include "orientation/tilt.h"
 
 namespace quarvel {
 
 // Degrees per radian with the family's pi: 57.295780490442965.
-inline constexpr double kDegreesPerRadian = 180.0 / 3.1415926;
-
-namespace compass {
-// Quarter, half and three-quarter turns from the family's pi of 3.1415926. The float
-// constants are the floats nearest to the derived values (3.1415925, 1.5707963,
-// 4.712389). The doubles are the decimal values 1.5707963 and 4.7123889 as written:
-// 3.0 * 3.1415926 / 2.0 evaluated in double is one ulp above 4.7123889.
-constexpr float kHalfTurnF = 3.1415926f;
-constexpr float kQuarterTurnF = 1.5707963f;
-constexpr float kThreeQuarterTurnF = 4.7123889f;
-constexpr double kQuarterTurn = 1.5707963;
-constexpr double kThreeQuarterTurn = 4.7123889;
-}  // namespace compass
+inline constexpr double kDegreesPerRadian = 180.0 / turn::kHalf;
 
 // Sines and cosines of a pitch and a roll (radians), in double precision from the
 // float angles: what the compensation multiplies the field by.
@@ -57,17 +46,16 @@ inline void horizontal_field(const float mag[3], const TiltTrig &t, float h[2]) 
 // Heading in radians, 0 to 2 pi, of the smoothed pair (X, Y) measured from +Y
 // towards +X; 0 for (0, 0), NaN when X or Y is not a number.
 inline float orientation_heading_radians(float X, float Y) {
-    using namespace compass;
     if (X < 0.0f) {
-        if (Y == 0.0f) return kThreeQuarterTurnF;
-        return static_cast<float>(kThreeQuarterTurn - std::atan(static_cast<double>(Y / X)));
+        if (Y == 0.0f) return turn::kThreeQuarterF;
+        return static_cast<float>(turn::kThreeQuarter - std::atan(static_cast<double>(Y / X)));
     }
     if (X > 0.0f) {
-        if (Y == 0.0f) return kQuarterTurnF;
-        return static_cast<float>(kQuarterTurn - std::atan(static_cast<double>(Y / X)));
+        if (Y == 0.0f) return turn::kQuarterF;
+        return static_cast<float>(turn::kQuarter - std::atan(static_cast<double>(Y / X)));
     }
     if (X == 0.0f) {
-        if (Y < 0.0f) return kHalfTurnF;
+        if (Y < 0.0f) return turn::kHalfF;
         if (Y >= 0.0f) return 0.0f;  // due north, or no horizontal field: read as north
     }
     // Only a non-number reaches here (X NaN, or X = 0 with Y NaN): the field has no
