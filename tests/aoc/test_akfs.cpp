@@ -22,15 +22,6 @@ const akfs_vec kEmpty{AKFS_EMPTY_MARKER, AKFS_EMPTY_MARKER, AKFS_EMPTY_MARKER};
 const akfs_vec A{1, 2, 3}, B{4, 5, 6}, C{7, 8, 9}, D{10, 11, 12}, E{13, 14, 15};
 using History = std::vector<akfs_vec>;
 
-TEST(InitBuffer, MarksEntriesEmptyUpToTheCountOnly) {
-    History h(33, A);
-    EXPECT_EQ(AKFS_InitBuffer(0, h.data()), 0);
-    EXPECT_EQ(AKFS_InitBuffer(-4, h.data()), 0);
-    EXPECT_EQ(h, History(33, A));
-    EXPECT_EQ(AKFS_InitBuffer(32, h.data()), 1);
-    EXPECT_TRUE(h[31] == kEmpty && h[32] == A);  // nothing beyond
-}
-
 TEST(BufShift, MovesTowardsTheEndReadingOverlapsFirstAndRefusesBadShifts) {
     const struct { int16_t length, shift, ok; History want; } rows[] = {
         {5, 2, 1, {A, B, A, B, C}}, {5, 5, 1, {A, B, C, D, E}}, {5, 6, 0, {A, B, C, D, E}},
@@ -39,21 +30,6 @@ TEST(BufShift, MovesTowardsTheEndReadingOverlapsFirstAndRefusesBadShifts) {
         History h{A, B, C, D, E};
         EXPECT_EQ(AKFS_BufShift(row.length, row.shift, h.data()), row.ok) << row.length << " " << row.shift;
         EXPECT_EQ(h, row.want) << row.length << " " << row.shift;
-    }
-}
-
-TEST(VbAve, AveragesTheNewestUpToTheFirstEmptyEntryAndRefusesBadCounts) {
-    History fresh(8);
-    AKFS_InitBuffer(8, fresh.data());
-    // The third entry is empty by one component: the walk stops there, never at 100.
-    const History g{{2, 4, 6}, {4, 8, 2}, {4, AKFS_EMPTY_MARKER, 2}, {100, 100, 100}};
-    const struct { const History &h; int16_t nbuf, count, ok; akfs_vec want; } rows[] = {
-        {fresh, 8, 8, 1, {0, 0, 0}}, {g, 4, 4, 1, {3, 6, 4}}, {g, 4, 1, 1, {2, 4, 6}},
-        {g, 4, 0, 0, {7, 7, 7}},     {g, 4, 5, 0, {7, 7, 7}}};
-    for (const auto &row : rows) {
-        akfs_vec avg{7, 7, 7};  // rejections leave it
-        EXPECT_EQ(AKFS_VbAve(row.nbuf, row.h.data(), row.count, &avg), row.ok) << row.nbuf << " " << row.count;
-        EXPECT_EQ(avg, row.want) << row.nbuf << " " << row.count;
     }
 }
 

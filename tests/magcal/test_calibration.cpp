@@ -37,15 +37,6 @@ using quarvel::cali_level;
 using quarvel::cali_mag_values;
 using quarvel::cali_offset;
 
-TEST(CofactorInverse, RefusesOrdersAndElementsOutsideTheMinorTable) {
-    double row[2][4] = {{1, 2, 3, 4}, {2, 0, 1, 9}}, *rows[2] = {row[0], row[1]};
-    EXPECT_EQ(Determinant(rows, 1), 1.0);
-    EXPECT_EQ(Determinant(rows, 2), -4.0);
-    EXPECT_EQ(AlCo(rows, 2, 0, 1), -2.0);  // the signed minor of (0, 1)
-    EXPECT_EQ(Determinant(nullptr, 0) + Determinant(nullptr, 12), 0.0);
-    EXPECT_EQ(AlCo(rows, 2, 2, 0) + AlCo(rows, 2, 0, -1) + AlCo(rows, 1, 0, 0), 0.0);  // no minor
-}
-
 float fit_offset[3] = {-1, -1, -1};
 int32_t fit(const Vec3 &centre, float radius, void (*spoil)() = [] {}) {
     twelve_on_sphere(centre, radius, Msensor.dots);
