@@ -38,6 +38,7 @@ TEST(VbNorm, PushesSubtractDivideMultiplyToTheFrontOrRefusesLeavingTheHistory) {
     const akfs_vec sample{10, 20, 30}, offset{0, 10, 20}, two{2, 2, 2};
     EXPECT_EQ(AKFS_VbNorm(1, &sample, 1, &offset, &two, 1.0f, 3, h.data()), 1);
     EXPECT_EQ(h, (History{{5, 5, 5}, A, B}));
+    EXPECT_EQ(AKFS_VbNorm(1, &sample, 1, &offset, &two, 1.0f, 1, h.data()), 1);  // a history of one
     // Refused, the history untouched: tiny scale, non-positive gain, bad counts.
     const akfs_vec s[2] = {{10, 20, 30}, {10, 20, 30}}, o{0, 0, 0}, good{2, 2, 2}, tiny{2, 1e-8f, 2}, eps{2, 2, 0x1p-23f};
     const struct { int16_t ndata, count; const akfs_vec *scale; float gain; int16_t nbuf; } rows[] = {

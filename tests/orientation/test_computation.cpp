@@ -103,6 +103,7 @@ TEST(Headings, QuadrantEdges) {
 TEST(HeadingCorrection, RowsApplyOnlyInsideTheirOpenIntervals) {
     using quarvel::apply_correction_table;
     const float rows[][2] = {{30, 30}, {std::nextafter(30.0f, 31.0f), std::nextafter(30.0f, 31.0f) + 8}, {45, 45},
+                             {std::nextafter(50.0f, 51.0f), std::nextafter(50.0f, 51.0f) - 8},
                              {std::nextafter(40.0f, 0.0f), std::nextafter(40.0f, 0.0f) + 8}, {40, 40},
                              {280, 262}, {290, 290}, {325, 311}, {330, 330}, {0, 0}, {360, 360}};
     for (const auto &r : rows) EXPECT_EQ(apply_correction_table(r[0]), r[1]) << r[0];
@@ -121,6 +122,7 @@ TEST(HeadingCorrection, NearNorthShiftsAndAveragingWithTheReference) {
     const float cases[][3] = {
         {43, 35, 39},   {25, 355, 190},  {339, 1, 170},  {340, 100, 340}, {15, 355, 15}, {15, 10, 12.5f},
         {20, 5, 20},    {8, 10, 3},      {5, 10, 5},     {345, 344, 347}, {349, 355, 354}, {360, 350, 360},
+        {339.99f, 340.09f, 0x1.5410a4p+8f},  // averaged into the band beside R: averaged again
         {15, 20, 17.5f}, {20, 10, 15}};
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c[0] << " with " << c[1]);
