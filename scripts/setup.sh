@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs everything the build, the tests, the cross builds and the report need,
+# Installs everything the build, the tests (python3 and readelf for the library check),
+# the cross builds and the report need,
 # from Debian's packages (and the pinned plotting library from the npm registry).
 # Idempotent and quiet: a second run installs nothing.
 set -euo pipefail
@@ -22,7 +23,7 @@ pkgs=(
   "android-liblog-dev:$(dpkg --print-architecture)" android-liblog-dev:armhf android-liblog-dev:arm64
   libcli11-dev libfmt-dev nlohmann-json3-dev
   g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
-  valgrind
+  valgrind python3 binutils
   chromium
 )
 missing=()
