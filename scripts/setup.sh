@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs everything the build, the tests (python3 and readelf for the library check),
-# the cross builds and the report need,
-# from Debian's packages (and the pinned plotting library from the npm registry).
+# the cross builds and the report need, from Debian's packages (and the pinned
+# plotting library from the npm registry).
 # Idempotent and quiet: a second run installs nothing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
